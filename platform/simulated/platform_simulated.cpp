@@ -1,0 +1,17 @@
+#include "platform/platform.h"
+
+#include "foundation/TextConversion.h"
+#include "simhost/core/host.h"
+
+namespace platform {
+
+// The simulated host keeps Windows paths; its drive letters map to
+// directories of this machine.
+bool openLogStream(std::ofstream& stream, const std::string& utf8WindowsPath) {
+    std::string native = simhost::Host::get().toNativePath(utf8ToWide(utf8WindowsPath));
+    if (native.empty()) return false;
+    stream.open(native, std::ios::out | std::ios::trunc);
+    return stream.is_open();
+}
+
+}  // namespace platform

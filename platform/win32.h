@@ -1,0 +1,23 @@
+// The one header through which the service reaches the platform. On Windows
+// it is the SDK; everywhere else it is the simulated Windows host, which
+// provides the same names, types, constants and behaviour.
+#pragma once
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+#include <psapi.h>
+#include <shlobj.h>
+#include <knownfolders.h>
+#else
+#include "simhost/windows_api.h"
+#endif
+
+#include "platform/platform.h"

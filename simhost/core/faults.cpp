@@ -1,0 +1,97 @@
+#include "simhost/core/faults.h"
+
+#include <chrono>
+#include <thread>
+
+namespace simhost {
+
+void Faults::failCall(const std::string& call, DWORD error, int times, int passing) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    Arrangement& a = calls_[call];
+    a.error = error;
+    a.failuresLeft = times;
+    a.passesLeft = passing;
+}
+
+void Faults::blockCall(const std::string& call) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    calls_[call].blocked = true;
+}
+
+void Faults::releaseCall(const std::string& call) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        calls_[call].blocked = false;
+    }
+    released_.notify_all();
+}
+
+size_t Faults::blockedCount(const std::string& call) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = calls_.find(call);
+    return it == calls_.end() ? 0 : it->second.waiting;
+}
+
+void Faults::delayCall(const std::string& call, DWORD milliseconds) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    calls_[call].delay = milliseconds;
+}
+
+void Faults::clear(const std::string& call) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto it = calls_.find(call);
+        if (it == calls_.end()) return;
+        size_t calls = it->second.calls;
+        size_t waiting = it->second.waiting;
+        it->second = Arrangement{};
+        it->second.calls = calls;
+        it->second.waiting = waiting;
+    }
+    released_.notify_all();
+}
+
+void Faults::clearAll() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (auto& entry : calls_) {
+            size_t waiting = entry.second.waiting;
+            entry.second = Arrangement{};
+            entry.second.waiting = waiting;
+        }
+    }
+    released_.notify_all();
+}
+
+size_t Faults::callCount(const std::string& call) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = calls_.find(call);
+    return it == calls_.end() ? 0 : it->second.calls;
+}
+
+DWORD Faults::enter(const std::string& call) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    Arrangement& a = calls_[call];
+    ++a.calls;
+    if (a.blocked) {
+        ++a.waiting;
+        released_.wait(lock, [&] { return !calls_[call].blocked; });
+        --calls_[call].waiting;
+    }
+    DWORD delay = calls_[call].delay;
+    if (delay) {
+        lock.unlock();
+        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+        lock.lock();
+    }
+    Arrangement& now = calls_[call];
+    if (now.failuresLeft == 0) return 0;
+    if (now.passesLeft > 0) {
+        --now.passesLeft;
+        return 0;
+    }
+    if (now.failuresLeft > 0) --now.failuresLeft;
+    return now.error;
+}
+
+}  // namespace simhost

@@ -1,0 +1,85 @@
+#include "simhost/core/host.h"
+
+#include <cwctype>
+#include <limits>
+
+namespace simhost {
+
+Host& Host::get() {
+    static Host host;
+    return host;
+}
+
+void Host::reset() {
+    std::unordered_map<std::type_index, std::shared_ptr<void>> dropped;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        dropped.swap(states_);
+        drives_.clear();
+        timeScale_ = 1.0;
+    }
+    faults_.clearAll();
+    // `dropped` is destroyed here, outside the lock: a component's state may
+    // call back into the host while it is torn down.
+}
+
+void Host::mapDrive(wchar_t letter, const std::string& directory) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::string dir = directory;
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    drives_[static_cast<wchar_t>(std::towupper(letter))] = dir;
+}
+
+std::string Host::driveDirectory(wchar_t letter) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = drives_.find(static_cast<wchar_t>(std::towupper(letter)));
+    return it == drives_.end() ? std::string() : it->second;
+}
+
+std::string Host::toNativePath(const std::wstring& windowsPath) const {
+    if (windowsPath.size() < 2 || windowsPath[1] != L':' || !std::iswalpha(windowsPath[0])) return {};
+    std::string native = driveDirectory(windowsPath[0]);
+    if (native.empty()) return {};
+    std::wstring rest = windowsPath.substr(2);
+    std::string tail;
+    for (wchar_t c : rest) {
+        if (c == L'\\') c = L'/';
+        // Paths of the host are UTF-8; encode each wide character.
+        uint32_t cp = static_cast<uint32_t>(c);
+        if (cp < 0x80) {
+            tail += static_cast<char>(cp);
+        } else if (cp < 0x800) {
+            tail += static_cast<char>(0xC0 | (cp >> 6));
+            tail += static_cast<char>(0x80 | (cp & 0x3F));
+        } else if (cp < 0x10000) {
+            tail += static_cast<char>(0xE0 | (cp >> 12));
+            tail += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            tail += static_cast<char>(0x80 | (cp & 0x3F));
+        } else {
+            tail += static_cast<char>(0xF0 | (cp >> 18));
+            tail += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+            tail += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+            tail += static_cast<char>(0x80 | (cp & 0x3F));
+        }
+    }
+    if (!tail.empty() && tail[0] != '/') tail.insert(tail.begin(), '/');
+    return native + tail;
+}
+
+void Host::setTimeScale(double factor) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    timeScale_ = factor > 0 ? factor : 1.0;
+}
+
+double Host::timeScale() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return timeScale_;
+}
+
+uint64_t Host::scaledMilliseconds(DWORD milliseconds) const {
+    if (milliseconds == INFINITE) return INFINITE;
+    double scaled = static_cast<double>(milliseconds) * timeScale();
+    return static_cast<uint64_t>(scaled + 0.5);
+}
+
+}  // namespace simhost

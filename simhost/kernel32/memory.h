@@ -1,0 +1,36 @@
+// The simulated host's memory allocators. Every block handed out by the
+// global, local and heap allocators of kernel32 and by the COM task allocator
+// is tracked with the allocator that made it, so that a block freed twice, a
+// pointer that was never allocated, or a block given back to the wrong
+// allocator is refused and counted, as tests need to see. The blocks
+// themselves come from malloc, so AddressSanitizer still reports leaks,
+// overflows and uses after free.
+#pragma once
+
+#include "simhost/wintypes.h"
+
+#include <cstddef>
+
+namespace simhost {
+namespace kernel32 {
+
+enum class Allocator { Global, Local, Heap, CoTaskMem };
+
+// Blocks of this allocator that are allocated and not yet freed.
+size_t liveBlockCount(Allocator allocator);
+// Frees passed to this allocator that it refused: pointers it does not hold,
+// whether never allocated, already freed, or owned by another allocator.
+size_t badFreeCount(Allocator allocator);
+// Frees every live block of every allocator and answers how many there were.
+// For tests of code paths that leak a block on purpose.
+size_t releaseAllBlocks();
+
+// For stand-ins of other components that hand out memory of their own
+// allocator (the COM task allocator): a fixed block, or null when the
+// request cannot be met. Neither touches the thread's last error.
+void* allocateTrackedBlock(Allocator owner, SIZE_T bytes, bool zeroed);
+enum class FreeOutcome { Freed, NotAllocated, WrongAllocator };
+FreeOutcome freeTrackedBlock(Allocator owner, void* block);
+
+}  // namespace kernel32
+}  // namespace simhost

@@ -1,0 +1,77 @@
+// The state of the setupapi component, held by the host and dropped by
+// Host::reset: the device tree and the open device information sets. One
+// lock guards both, since the calls read the tree through a set.
+#pragma once
+
+#include "simhost/core/host.h"
+#include "simhost/kernel32/kernel32.h"
+#include "simhost/setupapi/device_tree.h"
+
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+namespace simhost {
+namespace setupapi {
+
+// A device as a set holds it: a snapshot taken when the set was built. The
+// node's properties are read live from the tree through devInst, which
+// becomes 0 once the node is removed.
+struct DeviceInfoElement {
+    std::wstring instanceId;
+    GUID classGuid{};
+    DWORD devInst = 0;
+    // What SP_DEVINFO_DATA.Reserved carries for this element; unique on the
+    // machine, so an element of another set is never taken for this one.
+    ULONG_PTR token = 0;
+};
+
+struct DeviceInfoSet {
+    std::vector<DeviceInfoElement> elements;
+};
+
+struct SetupApiState {
+    std::mutex mutex;
+    std::vector<Device> tree;
+    DWORD lastDevInst = 0;
+    ULONG_PTR lastElementToken = 0;
+    std::unordered_map<HDEVINFO, DeviceInfoSet> sets;
+
+    // The node of this handle in the tree; null when it was removed.
+    Device* findNode(DWORD devInst);
+    // The open set of this handle; null for a closed or unknown handle.
+    DeviceInfoSet* findSet(HDEVINFO handle);
+};
+
+// Instance ids and enumerator names compare regardless of case.
+bool sameIgnoringCase(const std::wstring& a, const std::wstring& b);
+// The enumerator part of an instance id: "ROOT" of "ROOT\PRINTER\0000".
+std::wstring enumeratorOf(const std::wstring& instanceId);
+
+// The element that an SP_DEVINFO_DATA given as input names in an open set,
+// or the error to fail with: ERROR_INVALID_HANDLE for a closed or unknown
+// set; ERROR_INVALID_PARAMETER for a null record, a wrong cbSize or an
+// element that is not of this set, as setupapi documents for input records.
+struct ElementLookup {
+    DeviceInfoElement* element = nullptr;
+    DWORD error = ERROR_SUCCESS;
+};
+ElementLookup findInputElement(SetupApiState& state, HDEVINFO handle, const SP_DEVINFO_DATA* data);
+
+// The failure return of a BOOL call, with its last error.
+inline BOOL failWith(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+// Runs `work` on the component's state with its lock held; answers what
+// `work` answers.
+template <class Work>
+auto withSetupApiState(Work work) {
+    SetupApiState& state = Host::get().state<SetupApiState>();
+    std::lock_guard<std::mutex> hold(state.mutex);
+    return work(state);
+}
+
+}  // namespace setupapi
+}  // namespace simhost
