@@ -1,0 +1,115 @@
+// The worker's side of the request queue: one request at a time is taken,
+// stamped with its sender, handled by its verb, and answered with one
+// NUL-ended JSON reply on the connection it came from.
+#include "foundation/ClassicJson.h"
+#include "foundation/JsonGetters.h"
+#include "foundation/StaticLogger.h"
+#include "service/VexorPrintingService.h"
+
+#include <exception>
+
+namespace {
+
+constexpr DWORD kWorkerWaitMs = 666;
+
+}  // namespace
+
+// An abandoned mutex is owned all the same: the queue it guards is intact,
+// since nothing is ever thrown while it is held.
+bool VexorPrintingService::acquireQueueMutex(DWORD milliseconds) {
+    DWORD result = WaitForSingleObject(hMsgQueueMutex, milliseconds);
+    return result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
+}
+
+void VexorPrintingService::releaseQueueMutex() {
+    if (!ReleaseMutex(hMsgQueueMutex)) VX_LOG(kLogError, kNoLastError, 6, "Failed to release hMsgQueueMutex");
+}
+
+bool VexorPrintingService::_checkMsgQueue() {
+    ClientMsg* msg = nullptr;
+    if (!popRequest(msg)) return false;
+    answerRequest(msg);
+    delete msg;
+    VX_LOG_MEMORY();
+    return true;
+}
+
+// Takes the next request, waiting a little for one; reaps while the queue is
+// empty. False when there was none.
+bool VexorPrintingService::popRequest(ClientMsg*& msg) {
+    if (!acquireQueueMutex(kWorkerWaitMs)) {
+        VX_LOG(kLogError, kNoLastError, 4, "Failed to aquire hMsgQueueMutex after %uMS",
+               static_cast<unsigned>(kWorkerWaitMs));
+        return false;
+    }
+    if (msgQueue.empty()) {
+        releaseQueueMutex();
+        reapIfPending();
+        if (WaitForSingleObject(msgQueueEvent, kWorkerWaitMs) != WAIT_OBJECT_0) return false;
+        if (!acquireQueueMutex(kWorkerWaitMs)) {
+            VX_LOG(kLogError, kNoLastError, 4, "Failed to aquire hMsgQueueMutex after %uMS",
+                   static_cast<unsigned>(kWorkerWaitMs));
+            return false;
+        }
+        if (msgQueue.empty()) {
+            VX_LOG(kLogNormal, kNoLastError, 2,
+                   "Got a signal that there was a msg but none there. Must have got it already.");
+            releaseQueueMutex();
+            return false;
+        }
+    }
+    msg = msgQueue.pop();
+    VX_LOG(kLogNormal, kNoLastError, 2, "dequeued new msg. Queue size now:%u", static_cast<unsigned>(msgQueue.size()));
+    releaseQueueMutex();
+    return true;
+}
+
+// Any number of departures since the last reap cost one reap, done here
+// while no request waits.
+void VexorPrintingService::reapIfPending() {
+    if (!reapPending.load(std::memory_order_relaxed)) return;
+    VX_LOG(kLogNormal, kNoLastError, 2, "Dealing with pending reap");
+    reapPending.store(0, std::memory_order_relaxed);
+    VX_LOG(kLogNormal, kNoLastError, 2, "Reaping");
+    VX_LOG(kLogNormal, kNoLastError, 2, "Finished Reaping");
+}
+
+// Handlers learn who sends from this key alone; whatever the client put there
+// is replaced by the owner of its connection.
+void VexorPrintingService::stampSender(ClientMsg* msg) {
+    msg->json["_senderPID"] = Json::Value(static_cast<Json::UInt>(msg->peer.ownerPid));
+}
+
+// Handles one request and sends its reply. A request whose handling throws
+// gets no reply; the exception goes no further.
+void VexorPrintingService::answerRequest(ClientMsg* msg) {
+    try {
+        const int id = getJsonInt("_msgUniqueId", msg->json, 0);
+        VX_LOG(kLogNormal, kNoLastError, 3, "Got request id:%d", id);
+        stampSender(msg);
+        Json::Value reply = _handleRequest(msg);
+        if (!reply.isMember("status")) reply["status"] = reply.isMember("err") ? "fail" : "success";
+        reply["_msgUniqueId"] = id;
+        std::string text = writeCompact(reply);
+        text.push_back('\0');
+        VX_LOG(kLogNormal, kNoLastError, 3, "Sending json response for id:%d", id);
+        VX_LOG(kLogNormal, kNoLastError, 2, "JSON:%s", text.c_str());
+        if (send(msg->peer.socket, text.data(), static_cast<int>(text.size()), 0) == SOCKET_ERROR)
+            VX_LOG(kLogError, kNoLastError, 4, "send failed with error:%d", WSAGetLastError());
+        else
+            VX_LOG(kLogNormal, kNoLastError, 2, "responded to cmd");
+    } catch (const std::exception& e) {
+        VX_LOG(kLogError, kNoLastError, 5, "exception processing command. Caught:%s", e.what());
+    } catch (...) {
+        VX_LOG(kLogError, kNoLastError, 5, "Unknown exception processing command");
+    }
+}
+
+Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
+    const std::string verb = getJsonString("msg", msg->json, "");
+    VX_LOG(kLogNormal, kNoLastError, 2, "got peer msg:%s", verb.c_str());
+    Json::Value reply(Json::objectValue);
+    reply["err"] = "unknown msg verb. Don't know what you want me to do.";
+    VX_LOG(kLogError, kNoLastError, 4, "%s", reply["err"].asCString());
+    return reply;
+}

@@ -1,0 +1,84 @@
+// The one object that owns the running service: the command socket, the
+// client table, the request queue, the driver catalogue and every event and
+// mutex. Its methods are the command handlers and the bodies of the three
+// long-running threads; each subsystem folder defines the methods it owns.
+#pragma once
+
+#include "channel/ClientTypes.h"
+#include "channel/MessageQueue.h"
+#include "drivers/DriverInfoRecord.h"
+#include "platform/win32.h"
+#include "service/ServiceBase.h"
+
+#include <json/json.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+
+class VexorPrintingService : public CServiceBase {
+public:
+    VexorPrintingService();
+    ~VexorPrintingService() override;
+
+    void OnStart(DWORD argc, LPWSTR* argv) override;
+    void OnStop() override;
+    void OnShutdown() override;
+
+    // Bodies of the three long-running work items.
+    void ServiceWorkerThread();
+    void SocketReadThread();
+    void PrinterCleanupThread();
+
+    // Asks the printer cleanup thread to finish and waits up to 10 seconds.
+    void stopPrinterCleanup();
+
+    // Command socket and framing (socket thread, but _createCmdSocket).
+    bool _createCmdSocket();
+    bool _checkCmdSocket();
+    void _onClientConnect();
+    bool _processClientObj(ClientObj* client);
+
+    // Request queue and dispatch (worker thread).
+    bool _checkMsgQueue();
+    Json::Value _handleRequest(ClientMsg* msg);
+
+    // One pass over the device tree, removing the service's stale nodes.
+    void removeStalePrinters();
+
+private:
+    typedef void (VexorPrintingService::*ThreadBody)();
+    // Starts `body` on a long-running thread-pool work item; throws the last
+    // error if the pool refuses it.
+    void startWorkItem(ThreadBody body);
+    bool handOverMessage(ClientObj* client, ClientMsg* msg);
+    void stampSender(ClientMsg* msg);
+    friend struct ServiceTestAccess;
+    void removeClient(ClientObj* client);
+    bool parseMessage(const std::string& text, ClientMsg* msg);
+    bool acquireQueueMutex(DWORD milliseconds);
+    bool popRequest(ClientMsg*& msg);
+    void releaseQueueMutex();
+    void reapIfPending();
+    void answerRequest(ClientMsg* msg);
+
+    // The listening socket; closed and cleared by OnStop on another thread.
+    std::atomic<SOCKET> cmdSocket;
+    // Cleared after each port creation and printer addition; nothing reads it.
+    std::atomic<int32_t> portCreatedMark;
+    // Set by the socket thread when a client goes away, cleared by the worker.
+    std::atomic<uint32_t> reapPending;
+    // Set by OnStop; ends the worker and socket loops.
+    std::atomic<uint32_t> stopping;
+    HANDLE stoppedEvent;
+    HANDLE msgQueueEvent;
+    HANDLE hMsgQueueMutex;
+    DriverInfoMap driverInfoMap;
+    DriverHwIdMap driverHwIdMap;
+    MessageQueue msgQueue;
+    // Connected clients by socket; touched by the socket thread alone.
+    std::map<SOCKET, ClientObj*> clients;
+    std::atomic<uint8_t> cleanupStopping;
+    HANDLE cleanupStoppedEvent;
+    HANDLE cleanupWakeEvent;
+};

@@ -1,0 +1,268 @@
+#include "simhost/core/host.h"
+#include "simhost/kernel32/objects.h"
+#include "simhost/kernel32/threads.h"
+#include "simhost/ws2_32/winsock.h"
+#include "support/ServiceHarness.h"
+#include "support/TestClient.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using testsupport::LogCapture;
+using testsupport::LogLine;
+using testsupport::PortSquatter;
+using testsupport::ServiceHarness;
+using testsupport::TestClient;
+
+namespace {
+
+size_t indexOf(const std::vector<std::string>& messages, const std::string& text) {
+    for (size_t i = 0; i < messages.size(); ++i)
+        if (messages[i] == text) return i;
+    return messages.size();
+}
+
+TEST(ServiceLifecycle, ConstructorOpensTheLogAndWritesTheVersion) {
+    ServiceHarness harness;
+    std::vector<LogLine> lines = harness.log().lines();
+    ASSERT_GE(lines.size(), 1u);
+    EXPECT_EQ(lines[0].message, "Service version:25.6.0.51414, Short Hash = 57230ca0d");
+    EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].function, "VexorPrintingService::VexorPrintingService");
+    harness.stop();
+}
+
+TEST(ServiceLifecycle, StartServesAndStopEndsEveryThreadInOrder) {
+    ServiceHarness harness;
+    harness.start();
+    TestClient client;
+    ASSERT_TRUE(client.connect());
+    ASSERT_TRUE(client.send(std::string("{\"msg\":\"x\",\"_msgUniqueId\":1}") + '\0'));
+    EXPECT_FALSE(client.receiveReply().empty());
+    ASSERT_TRUE(harness.stop());
+    std::vector<std::string> messages = harness.log().messages();
+    size_t start = indexOf(messages, "Vexor_PrintingService in OnStart");
+    size_t worker = indexOf(messages, "Service Worker thread started and it is me.");
+    size_t listening = indexOf(messages, "listen returned success");
+    size_t socketThread = indexOf(messages, "Socket reading thread started and it is me.");
+    size_t onStop = indexOf(messages, "Vexor_PrintingService in OnStop()");
+    size_t stopped = indexOf(messages, "worker thread stopped");
+    size_t wake = indexOf(messages, "Printer clean up thread received wake up event.");
+    size_t done = indexOf(messages, "Done OnStop()");
+    EXPECT_LT(start, worker);
+    EXPECT_LT(worker, listening);
+    EXPECT_LT(listening, socketThread);
+    EXPECT_LT(socketThread, onStop);
+    EXPECT_LT(onStop, stopped);
+    EXPECT_LT(stopped, wake);
+    EXPECT_LT(wake, done);
+    EXPECT_LT(done, messages.size());
+    EXPECT_TRUE(harness.waitForThreadsToEnd());
+    EXPECT_TRUE(harness.log().contains("Printer cleanup thread exiting."));
+    // The listening socket is closed: nothing answers any more.
+    TestClient late;
+    EXPECT_FALSE(late.connect(200));
+}
+
+TEST(ServiceLifecycle, SocketCreationIsRetriedEveryFiveSeconds) {
+    PortSquatter squatter;
+    ASSERT_TRUE(squatter.bound());
+    ServiceHarness harness(0.01);
+    harness.startWithoutWaiting();
+    ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1", 5000, 3));
+    std::vector<LogLine> failures = harness.log().find("bind cmd socket failed with error 10048 on 127.0.3.1");
+    EXPECT_EQ(failures[0].level, 4u);
+    // The socket made by the first attempt is bound again, never made anew.
+    const std::string made = "VexorPrintingService::_createCmdSocket made cmd socket:";
+    std::vector<std::string> socketsMade;
+    for (const LogLine& line : harness.log().lines())
+        if (line.message.rfind(made, 0) == 0) socketsMade.push_back(line.message);
+    ASSERT_GE(socketsMade.size(), 3u);
+    for (const std::string& message : socketsMade) EXPECT_EQ(message, socketsMade[0]);
+    squatter.release();
+    ASSERT_TRUE(harness.log().waitFor("listen returned success"));
+    TestClient client;
+    EXPECT_TRUE(client.connect());
+}
+
+TEST(ServiceLifecycle, StopWhileTheWorkerSleepsInTheSocketRetryLoop) {
+    PortSquatter squatter;
+    ASSERT_TRUE(squatter.bound());
+    ServiceHarness harness(0.01);
+    harness.startWithoutWaiting();
+    ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
+    EXPECT_TRUE(harness.stop());
+    std::vector<std::string> messages = harness.log().messages();
+    size_t socketThread = indexOf(messages, "Socket reading thread started and it is me.");
+    size_t cleanupThread = indexOf(messages, "Printer cleanup thread started.");
+    size_t stopped = indexOf(messages, "worker thread stopped");
+    EXPECT_LT(socketThread, messages.size());
+    EXPECT_LT(cleanupThread, messages.size());
+    EXPECT_LT(socketThread, stopped);
+    EXPECT_TRUE(harness.log().contains("Done OnStop()"));
+    EXPECT_FALSE(harness.log().contains("listen returned success"));
+}
+
+TEST(ServiceLifecycle, StopFailsWhenTheWorkerOutlastsTenSeconds) {
+    PortSquatter squatter;
+    ASSERT_TRUE(squatter.bound());
+    ServiceHarness harness(0.01);
+    simhost::Host::get().faults().blockCall("Sleep");
+    harness.startWithoutWaiting();
+    ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
+    while (simhost::Host::get().faults().blockedCount("Sleep") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_FALSE(harness.stop());
+    std::vector<LogLine> failed = harness.log().find("failed on wait for stop Err:0:The operation completed successfully.");
+    ASSERT_EQ(failed.size(), 1u) << harness.log().contents();
+    EXPECT_EQ(failed[0].level, 4u);
+    EXPECT_FALSE(harness.log().contains("worker thread stopped"));
+    // The flag stays set: once released, the worker still ends.
+    simhost::Host::get().faults().releaseCall("Sleep");
+    EXPECT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
+    harness.service().stopPrinterCleanup();
+}
+
+TEST(ServiceLifecycle, ShutdownStopsOnlyTheCleanupThread) {
+    ServiceHarness harness;
+    harness.start();
+    ASSERT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
+    harness.service().OnShutdown();
+    std::vector<std::string> messages = harness.log().messages();
+    EXPECT_LT(indexOf(messages, "Vexor_PrintingService in OnShutdown()"),
+              indexOf(messages, "Printer clean up thread received wake up event."));
+    EXPECT_LT(indexOf(messages, "Printer clean up thread received wake up event."), indexOf(messages, "Done OnShutdown()"));
+    EXPECT_LT(indexOf(messages, "Done OnShutdown()"), messages.size());
+    EXPECT_FALSE(harness.log().contains("worker thread stopped"));
+    // The worker still serves.
+    TestClient client;
+    ASSERT_TRUE(client.connect());
+    ASSERT_TRUE(client.send(std::string("{\"msg\":\"x\",\"_msgUniqueId\":2}") + '\0'));
+    EXPECT_FALSE(client.receiveReply().empty());
+    EXPECT_TRUE(harness.stop());
+}
+
+TEST(ServiceLifecycle, ShutdownWhileTheWorkerIsStillRetryingWaitsItsLimitAndThrows) {
+    PortSquatter squatter;
+    ASSERT_TRUE(squatter.bound());
+    ServiceHarness harness(0.01);
+    simhost::Host::get().faults().blockCall("Sleep");
+    harness.startWithoutWaiting();
+    ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
+    EXPECT_THROW(harness.service().OnShutdown(), DWORD);
+    EXPECT_EQ(harness.log().find("failed on waiting for printer cleanup thread to stop Err:0:The operation completed "
+                                 "successfully.")
+                  .size(),
+              1u)
+        << harness.log().contents();
+    EXPECT_FALSE(harness.log().contains("Done OnShutdown()"));
+    simhost::Host::get().faults().releaseCall("Sleep");
+}
+
+TEST(ServiceLifecycle, SecondStopOfTheCleanupThreadReturnsAtOnce) {
+    ServiceHarness harness;
+    harness.start();
+    ASSERT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
+    harness.service().stopPrinterCleanup();
+    auto started = std::chrono::steady_clock::now();
+    harness.service().stopPrinterCleanup();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(500));
+    EXPECT_TRUE(harness.stop());
+}
+
+TEST(ServiceLifecycle, StopOfACleanupThreadThatNeverStartedRunsIntoItsLimit) {
+    ServiceHarness harness(0.01);
+    EXPECT_THROW(harness.service().stopPrinterCleanup(), DWORD);
+    EXPECT_EQ(harness.log().find("failed on waiting for printer cleanup thread to stop Err:0:The operation completed "
+                                 "successfully.")
+                  .size(),
+              1u);
+}
+
+TEST(ServiceLifecycle, DestructorWithoutAStopLogsIt) {
+    auto harness = std::make_unique<ServiceHarness>();
+    harness->destroy();
+    std::vector<LogLine> lines = harness->log().find("Destructor called but not stopped");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].level, 6u);
+    EXPECT_EQ(lines[0].function, "VexorPrintingService::~VexorPrintingService");
+}
+
+TEST(ServiceLifecycle, DestructorClosesEveryHandleItMade) {
+    LogCapture log(false);
+    size_t before = simhost::openHandleCount();
+    {
+        VexorPrintingService service;
+        EXPECT_EQ(simhost::openHandleCount(), before + 5);
+    }
+    EXPECT_EQ(simhost::openHandleCount(), before);
+}
+
+struct EventFailure {
+    int passing;
+    const char* message;
+};
+
+class ConstructorEventFailure : public ::testing::TestWithParam<EventFailure> {};
+
+TEST_P(ConstructorEventFailure, LogsAndThrowsTheLastError) {
+    LogCapture log(false);
+    simhost::Host::get().faults().failCall("CreateEventW", ERROR_NOT_ENOUGH_MEMORY, 1, GetParam().passing);
+    EXPECT_THROW(
+        {
+            try {
+                VexorPrintingService service;
+            } catch (DWORD error) {
+                EXPECT_EQ(error, static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
+                throw;
+            }
+        },
+        DWORD);
+    std::vector<LogLine> lines = log.find(std::string(GetParam().message) +
+                                          " Err:8:Not enough memory resources are available to process this command.");
+    ASSERT_EQ(lines.size(), 1u) << log.contents();
+    EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].function, "VexorPrintingService::VexorPrintingService");
+    EXPECT_EQ(simhost::Host::get().faults().callCount("CreateMutexW"), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachEvent, ConstructorEventFailure,
+                         ::testing::Values(EventFailure{0, "CreateEvent failed"},
+                                           EventFailure{1, "Create printer cleanup stopped event failed"},
+                                           EventFailure{2, "Create wake up printer cleanup thread event failed"},
+                                           EventFailure{3, "CreateEvent failed"}));
+
+TEST(ServiceConstruction, MutexFailureIsLoggedAndWinsockIsNotStarted) {
+    LogCapture log(false);
+    simhost::Host::get().faults().failCall("CreateMutexW", ERROR_ACCESS_DENIED, 1);
+    {
+        VexorPrintingService service;
+        std::vector<LogLine> lines = log.find("CreateMutex error Err:5:Access is denied.");
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(lines[0].level, 4u);
+        EXPECT_EQ(simhost::Host::get().faults().callCount("WSAStartup"), 0u);
+    }
+}
+
+TEST(ServiceConstruction, WinsockFailureIsLoggedAndTheObjectStands) {
+    LogCapture log(false);
+    simhost::Host::get().faults().failCall("WSAStartup", WSASYSNOTREADY, 1);
+    VexorPrintingService service;
+    // WSAStartup answers its error directly; the line carries whatever the
+    // thread's Winsock error is then.
+    std::vector<LogLine> lines = log.find("Error at WSAStartup() Error Code : " + std::to_string(WSAGetLastError()));
+    ASSERT_EQ(lines.size(), 1u) << log.contents();
+    EXPECT_EQ(lines[0].level, 5u);
+}
+
+TEST(ServiceLifecycle, WorkItemRefusedAtStartThrowsTheLastError) {
+    ServiceHarness harness;
+    simhost::Host::get().faults().failCall("QueueUserWorkItem", ERROR_NOT_ENOUGH_MEMORY, 1);
+    EXPECT_THROW(harness.startWithoutWaiting(), DWORD);
+    EXPECT_FALSE(harness.log().contains("Service Worker thread started and it is me."));
+}
+
+}  // namespace

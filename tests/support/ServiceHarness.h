@@ -1,0 +1,40 @@
+// A service object on the simulated host, as the control manager would run
+// it: constructed with its log on a temporary drive, started, talked to over
+// real loopback sockets, stopped, and destroyed once its threads are gone.
+#pragma once
+
+#include "service/VexorPrintingService.h"
+#include "support/LogCapture.h"
+
+#include <memory>
+
+namespace testsupport {
+
+class ServiceHarness {
+public:
+    // Makes the log directory and the service object; the host's waits run
+    // at `timeScale` of real time.
+    explicit ServiceHarness(double timeScale = 1.0);
+    ~ServiceHarness();
+
+    VexorPrintingService& service() { return *service_; }
+    const LogCapture& log() const { return log_; }
+
+    // OnStart, then waits until the command socket listens.
+    void start();
+    // OnStart only.
+    void startWithoutWaiting();
+    // OnStop; false if it threw.
+    bool stop();
+    // Waits until no work item of the service runs any more.
+    bool waitForThreadsToEnd(unsigned timeoutMs = 10000);
+    // Destroys the service object now, after its threads have ended.
+    void destroy();
+
+private:
+    LogCapture log_;
+    std::unique_ptr<VexorPrintingService> service_;
+    bool stopped_ = false;
+};
+
+}  // namespace testsupport
