@@ -8,3 +8,11 @@
 #include "simhost/shell32/shell32.h"
 #include "simhost/setupapi/setupapi.h"
 #include "simhost/ws2_32/winsock.h"
+#include "simhost/winspool/winspool.h"
+#include "simhost/crt/crt.h"
+// Processes and toolhelp snapshots, the TCP connection table, path functions.
+#include "simhost/kernel32/toolhelp.h"
+#include "simhost/iphlpapi/iphlpapi.h"
+#include "simhost/shell32/paths.h"
+// Registry, service control manager and event log.
+#include "simhost/advapi32/advapi32.h"

@@ -1,5 +1,7 @@
 #include "simhost/core/host.h"
 
+#include "simhost/core/text.h"
+
 #include <cwctype>
 #include <limits>
 
@@ -40,28 +42,9 @@ std::string Host::toNativePath(const std::wstring& windowsPath) const {
     if (windowsPath.size() < 2 || windowsPath[1] != L':' || !std::iswalpha(windowsPath[0])) return {};
     std::string native = driveDirectory(windowsPath[0]);
     if (native.empty()) return {};
-    std::wstring rest = windowsPath.substr(2);
-    std::string tail;
-    for (wchar_t c : rest) {
-        if (c == L'\\') c = L'/';
-        // Paths of the host are UTF-8; encode each wide character.
-        uint32_t cp = static_cast<uint32_t>(c);
-        if (cp < 0x80) {
-            tail += static_cast<char>(cp);
-        } else if (cp < 0x800) {
-            tail += static_cast<char>(0xC0 | (cp >> 6));
-            tail += static_cast<char>(0x80 | (cp & 0x3F));
-        } else if (cp < 0x10000) {
-            tail += static_cast<char>(0xE0 | (cp >> 12));
-            tail += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            tail += static_cast<char>(0x80 | (cp & 0x3F));
-        } else {
-            tail += static_cast<char>(0xF0 | (cp >> 18));
-            tail += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-            tail += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-            tail += static_cast<char>(0x80 | (cp & 0x3F));
-        }
-    }
+    std::string tail = narrow(windowsPath.substr(2));
+    for (char& c : tail)
+        if (c == '\\') c = '/';
     if (!tail.empty() && tail[0] != '/') tail.insert(tail.begin(), '/');
     return native + tail;
 }

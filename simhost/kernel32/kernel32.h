@@ -124,3 +124,6 @@ typedef struct _PROCESS_MEMORY_COUNTERS {
 } PROCESS_MEMORY_COUNTERS, *PPROCESS_MEMORY_COUNTERS;
 BOOL WINAPI K32GetProcessMemoryInfo(HANDLE process, PPROCESS_MEMORY_COUNTERS counters, DWORD size);
 #define GetProcessMemoryInfo K32GetProcessMemoryInfo
+
+// ---- Modules of the process ----
+DWORD WINAPI GetModuleFileNameW(HMODULE module, LPWSTR fileName, DWORD size);

@@ -138,6 +138,14 @@ size_t openSocketCount() {
     return table.sockets.size();
 }
 
+// ---- For the TCP connection table (iphlpapi) ----
+
+void forEachOpenSocket(const std::function<void(const Socket&)>& visit) {
+    SocketTable& table = socketTable();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    for (const auto& entry : table.sockets) visit(*entry.second);
+}
+
 }  // namespace ws2_32
 }  // namespace simhost
 

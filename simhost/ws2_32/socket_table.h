@@ -6,6 +6,7 @@
 #include "simhost/ws2_32/winsock.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 
 namespace simhost {
@@ -73,6 +74,13 @@ int interruptedOr(const Socket& socket, int error);
 // A non-blocking connect has ended once Linux reports a peer or an error;
 // moves a connecting socket to its new state.
 void settleConnect(Socket& socket);
+
+// ---- For the TCP connection table (iphlpapi) ----
+
+// Shows `visit` each open socket, in the order they were made. It runs under
+// the table's lock, so no socket can be closed meanwhile; it must not call
+// back into Winsock.
+void forEachOpenSocket(const std::function<void(const Socket&)>& visit);
 
 }  // namespace ws2_32
 }  // namespace simhost

@@ -118,3 +118,21 @@ TEST_F(HostCore, DelayedCallTakesItsTime) {
 }
 
 }  // namespace
+
+#include "simhost/core/text.h"
+
+namespace {
+
+TEST(HostText, WidenAndNarrowRoundTrip) {
+    EXPECT_EQ(simhost::widen("caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8"), L"caf\u00e9 \u20ac \U0001F5A8");
+    EXPECT_EQ(simhost::narrow(L"caf\u00e9 \u20ac \U0001F5A8"), "caf\xc3\xa9 \xe2\x82\xac \xf0\x9f\x96\xa8");
+    EXPECT_EQ(simhost::widen(""), L"");
+}
+
+TEST(HostText, MalformedUtf8BecomesReplacementCharacters) {
+    EXPECT_EQ(simhost::widen("a\xff" "b"), L"a\uFFFDb");
+    EXPECT_EQ(simhost::widen("\xc3"), L"\uFFFD");
+    EXPECT_EQ(simhost::widen("\xe2\x28\xa1"), L"\uFFFD(\uFFFD");
+}
+
+}  // namespace

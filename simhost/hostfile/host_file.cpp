@@ -1,0 +1,92 @@
+#include "simhost/hostfile/host_file.h"
+
+#include "simhost/core/host.h"
+#include "simhost/hostfile/host_sections.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace simhost {
+
+namespace {
+
+Json::Value readJson(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) throw HostFileError("cannot read the host file " + path);
+    Json::CharReaderBuilder builder;
+    Json::Value value;
+    std::string errors;
+    if (!Json::parseFromStream(builder, in, &value, &errors))
+        throw HostFileError(path + " is not JSON: " + errors);
+    if (!value.isObject()) throw HostFileError(path + " does not hold a JSON object");
+    return value;
+}
+
+// Every key the host file may hold; anything else is a mistake worth saying.
+void checkKnownKeys(const Json::Value& host) {
+    for (const std::string& key : host.getMemberNames())
+        if (!isHostSection(key)) throw HostFileError("unknown key \"" + key + "\" in the host file");
+}
+
+std::string stateFilePath;
+
+void writeStateAtExit() {
+    try {
+        writeStateFile(stateFilePath);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "simulated host: cannot write the state file: %s\n", e.what());
+    }
+}
+
+}  // namespace
+
+void applyHostDescription(const Json::Value& host, const std::string& baseDirectory) {
+    checkKnownKeys(host);
+    for (const HostSection& section : hostSections())
+        if (host.isMember(section.key)) section.apply(host[section.key], baseDirectory);
+}
+
+void loadHostFile(const std::string& path) {
+    Json::Value host = readJson(path);
+    const char* root = std::getenv("VEXOR_SIM_ROOT");
+    std::string base = root && *root ? root : std::filesystem::absolute(path).parent_path().string();
+    applyHostDescription(host, base);
+}
+
+Json::Value describeHostState() {
+    Json::Value state(Json::objectValue);
+    for (const HostSection& section : hostSections())
+        if (section.describe) state[section.key] = section.describe();
+    return state;
+}
+
+void writeStateFile(const std::string& path) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "  ";
+    std::ofstream out(path, std::ios::trunc);
+    if (!out) throw HostFileError("cannot write " + path);
+    out << Json::writeString(writer, describeHostState()) << "\n";
+}
+
+void prepareProcessFromEnvironment() {
+    const char* hostFile = std::getenv("VEXOR_SIM_HOST");
+    if (hostFile && *hostFile) {
+        try {
+            loadHostFile(hostFile);
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "simulated host: %s\n", e.what());
+            std::exit(2);
+        }
+    }
+    const char* stateFile = std::getenv("VEXOR_SIM_STATE");
+    if (stateFile && *stateFile) {
+        stateFilePath = stateFile;
+        std::atexit(writeStateAtExit);
+    }
+    startControlSignalBridge();
+}
+
+}  // namespace simhost

@@ -1,0 +1,38 @@
+// The sections of a host file, each read into one component of the machine
+// and, where the state file reports it, described back from it.
+#pragma once
+
+#include "simhost/wintypes.h"
+
+#include <json/json.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace simhost {
+
+struct HostSection {
+    const char* key;
+    // Arranges the component from the section; throws HostFileError.
+    std::function<void(const Json::Value& section, const std::string& baseDirectory)> apply;
+    // The component's state for the state file; empty for sections that are
+    // arrangements only.
+    std::function<Json::Value()> describe;
+};
+
+// All sections, in the order they are applied.
+const std::vector<HostSection>& hostSections();
+bool isHostSection(const std::string& key);
+
+// When the host says the process was started by the control manager,
+// SIGTERM and SIGINT become stop controls for the service.
+void startControlSignalBridge();
+
+// Readers that name what is wrong, for the sections.
+std::string requireString(const Json::Value& value, const std::string& what);
+std::wstring requireWideString(const Json::Value& value, const std::string& what);
+DWORD requireDword(const Json::Value& value, const std::string& what);
+std::vector<std::wstring> requireWideStrings(const Json::Value& value, const std::string& what);
+
+}  // namespace simhost
