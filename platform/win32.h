@@ -13,9 +13,19 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 #include <windows.h>
+#include <winspool.h>
+#include <iphlpapi.h>
+#include <tlhelp32.h>
 #include <psapi.h>
+#include <sddl.h>
+#include <setupapi.h>
 #include <shlobj.h>
 #include <knownfolders.h>
+#include <shlwapi.h>
+#include <pathcch.h>
+#include <wbemidl.h>
+#include <comdef.h>
+#include "platform/windows/missing_records.h"
 #else
 #include "simhost/windows_api.h"
 #endif

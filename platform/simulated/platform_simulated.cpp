@@ -2,6 +2,7 @@
 
 #include "foundation/TextConversion.h"
 #include "simhost/core/host.h"
+#include "simhost/hostfile/host_file.h"
 
 namespace platform {
 
@@ -13,5 +14,14 @@ bool openLogStream(std::ofstream& stream, const std::string& utf8WindowsPath) {
     stream.open(native, std::ios::out | std::ios::trunc);
     return stream.is_open();
 }
+
+// Arguments of this platform are UTF-8.
+std::vector<std::wstring> wideArguments(int argc, char** argv) {
+    std::vector<std::wstring> arguments;
+    for (int i = 0; i < argc; ++i) arguments.push_back(utf8ToWide(argv[i]));
+    return arguments;
+}
+
+void prepareHost() { simhost::prepareProcessFromEnvironment(); }
 
 }  // namespace platform
