@@ -1,10 +1,66 @@
 #!/usr/bin/env bash
-# The main job on the simulated host. For now it builds everything and shows
-# what exists: the logger writing its lines into a simulated ProgramData.
+# The main job on the simulated host: the service is started on the
+# demonstration host (examples/hosts/demo.json) as the control manager would
+# start it, a short session is sent with vexorctl, the interesting lines of
+# its log are shown, and it is stopped cleanly with SIGTERM.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/setup.sh
 cmake --preset default >/dev/null
 cmake --build --preset default
-./build/default/tools/vexor_log_demo
+
+run_dir="build/demo"
+rm -rf "$run_dir"
+mkdir -p "$run_dir"
+export VEXOR_SIM_HOST="$PWD/examples/hosts/demo.json"
+export VEXOR_SIM_ROOT="$PWD/$run_dir"
+export VEXOR_SIM_STATE="$PWD/$run_dir/state.json"
+service="$PWD/build/default/VexorPrintingService"
+vexorctl="$PWD/build/default/tools/vexorctl"
+log_dir="$run_dir/drive-c/ProgramData/Quillion/VexorAgent/logs"
+
+heading() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+
+heading "Starting the service on the simulated host (drive C: is $run_dir/drive-c)"
+"$service" &
+service_pid=$!
+trap 'kill -TERM "$service_pid" 2>/dev/null || true' EXIT
+for _ in $(seq 100); do
+  grep -qs "listen returned success" "$log_dir"/*.txt && break
+  sleep 0.1
+done
+echo "listening on 127.0.3.1:5555 (process $service_pid)"
+
+send() {
+  printf '\n$ vexorctl %s\n' "$1"
+  "$vexorctl" "$1" || true
+}
+
+heading "A short session"
+send '{"msg":"hello","_msgUniqueId":1}'
+send '{"msg":"getTcpProcessInfo","_msgUniqueId":2,"IP":"127.0.0.1","Port":5555}'
+send '{"msg":"createPPort","_msgUniqueId":3,"pPortName":"demo port"}'
+send '{"msg":"deletePrinter"}'
+
+heading "Stopping the service (SIGTERM stands for the control manager's stop)"
+kill -TERM "$service_pid"
+wait "$service_pid" || true
+trap - EXIT
+
+heading "Interesting lines of the log"
+grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|stale printers removed|worker thread stopped|Done OnStop" \
+  "$log_dir"/*.txt | grep -v "JSON:" | sed -E 's/^([^ ]+) LogLevel:([0-9]).*\|([A-Za-z_:~]+)\(\)\| +/\1 L\2 \3: /'
+
+heading "What the control manager and the event log saw"
+python3 - "$VEXOR_SIM_STATE" <<'PY'
+import json, sys
+state = json.load(open(sys.argv[1]))
+names = {1: "stopped", 2: "start pending", 3: "stop pending", 4: "running"}
+print("status reports:", ", ".join(names.get(s["currentState"], str(s["currentState"])) for s in state["serviceStatusHistory"]))
+for event in state["eventLog"]:
+    print("event %d from %s: %s" % (event["eventId"], event["source"], ", ".join(event["strings"])))
+print("device nodes left:", ", ".join(d["instanceId"] for d in state["devices"]))
+PY
+echo
+echo "Full log: $log_dir   State file: $VEXOR_SIM_STATE"

@@ -141,7 +141,55 @@ void VexorPrintingService::_onClientConnect() {
            static_cast<unsigned>(accepted), inet_ntoa(peerAddress.sin_addr), peerPort);
 }
 
+// Reads one segment of one client and cuts out every message it completes.
+// The log lines of the checks and the hand-over belong to this function, so
+// its steps are lambdas here rather than methods of their own.
 bool VexorPrintingService::_processClientObj(ClientObj* client) {
+    // The first checks and the parse of one message. Only an object passes.
+    auto parseMessage = [](const std::string& text, ClientMsg* msg) {
+        if (text.size() < 3) {
+            VX_LOG(kLogError, kNoLastError, 5, "Impossibly short message ignoring");
+            return false;
+        }
+        if (text[0] != '{') {
+            VX_LOG(kLogError, kNoLastError, 5, "message not JSON Obj. ignoring");
+            return false;
+        }
+        try {
+            bool accepted = false;
+            if (!parseWithClassicReader(text, msg->json))
+                VX_LOG(kLogError, kNoLastError, 5, "Failed to parse json rejecting message");
+            else if (!msg->json.isObject())
+                VX_LOG(kLogError, kNoLastError, 5, "json msg wasn't object. rejecting message");
+            else
+                accepted = true;
+            VX_LOG(kLogNormal, kNoLastError, 2, "parsed msg");
+            return accepted;
+        } catch (const std::exception& e) {
+            VX_LOG(kLogError, kNoLastError, 5, "exception parsing request. Caught:%s", e.what());
+        } catch (...) {
+            VX_LOG(kLogError, kNoLastError, 5, "Unknown exception parsing request");
+        }
+        return false;
+    };
+    // Puts a parsed request on the queue. False when the queue could not be
+    // had: the request is lost, and the rest of the buffer waits for more.
+    auto handOverMessage = [this, client](ClientMsg* msg) {
+        msg->peer = client->peer;
+        if (!acquireQueueMutex(kHandOverWaitMs)) {
+            VX_LOG(kLogError, kNoLastError, 5, "Failed to aquire hMsgQueueMutex after %uMS. Request will be lost!",
+                   static_cast<unsigned>(kHandOverWaitMs));
+            delete msg;
+            return false;
+        }
+        msgQueue.push(msg);
+        VX_LOG(kLogNormal, kNoLastError, 2, "enqueued new msg. Queue size now:%u",
+               static_cast<unsigned>(msgQueue.size()));
+        if (!ReleaseMutex(hMsgQueueMutex)) VX_LOG(kLogError, kNoLastError, 6, "Failed to release hMsgQueueMutex");
+        if (!SetEvent(msgQueueEvent)) VX_LOG(kLogError, kNoLastError, 5, "SetEvent failed.");
+        return true;
+    };
+
     VX_LOG(kLogNormal, kNoLastError, 3, "%uth command segment received", ++segmentCount);
     char buffer[kRecvBufferBytes];
     int received = recv(client->socket, buffer, kRecvBufferBytes, 0);
@@ -171,57 +219,12 @@ bool VexorPrintingService::_processClientObj(ClientObj* client) {
         ClientMsg* msg = new ClientMsg();
         if (!parseMessage(text, msg)) {
             delete msg;
-        } else if (!handOverMessage(client, msg)) {
+        } else if (!handOverMessage(msg)) {
             return false;
         }
         nul = pending.find('\0');
     }
     return false;
-}
-
-// The first checks and the parse of one message. Only an object passes.
-bool VexorPrintingService::parseMessage(const std::string& text, ClientMsg* msg) {
-    if (text.size() < 3) {
-        VX_LOG(kLogError, kNoLastError, 5, "Impossibly short message ignoring");
-        return false;
-    }
-    if (text[0] != '{') {
-        VX_LOG(kLogError, kNoLastError, 5, "message not JSON Obj. ignoring");
-        return false;
-    }
-    try {
-        bool accepted = false;
-        if (!parseWithClassicReader(text, msg->json))
-            VX_LOG(kLogError, kNoLastError, 5, "Failed to parse json rejecting message");
-        else if (!msg->json.isObject())
-            VX_LOG(kLogError, kNoLastError, 5, "json msg wasn't object. rejecting message");
-        else
-            accepted = true;
-        VX_LOG(kLogNormal, kNoLastError, 2, "parsed msg");
-        return accepted;
-    } catch (const std::exception& e) {
-        VX_LOG(kLogError, kNoLastError, 5, "exception parsing request. Caught:%s", e.what());
-    } catch (...) {
-        VX_LOG(kLogError, kNoLastError, 5, "Unknown exception parsing request");
-    }
-    return false;
-}
-
-// Puts a parsed request on the queue. False when the queue could not be had:
-// the request is then lost, and the rest of the buffer waits for more bytes.
-bool VexorPrintingService::handOverMessage(ClientObj* client, ClientMsg* msg) {
-    msg->peer = client->peer;
-    if (!acquireQueueMutex(kHandOverWaitMs)) {
-        VX_LOG(kLogError, kNoLastError, 5, "Failed to aquire hMsgQueueMutex after %uMS. Request will be lost!",
-               static_cast<unsigned>(kHandOverWaitMs));
-        delete msg;
-        return false;
-    }
-    msgQueue.push(msg);
-    VX_LOG(kLogNormal, kNoLastError, 2, "enqueued new msg. Queue size now:%u", static_cast<unsigned>(msgQueue.size()));
-    releaseQueueMutex();
-    if (!SetEvent(msgQueueEvent)) VX_LOG(kLogError, kNoLastError, 5, "SetEvent failed.");
-    return true;
 }
 
 // A departed client leaves the table; its socket stays open so that replies

@@ -21,88 +21,85 @@ bool VexorPrintingService::acquireQueueMutex(DWORD milliseconds) {
     return result == WAIT_OBJECT_0 || result == WAIT_ABANDONED;
 }
 
-void VexorPrintingService::releaseQueueMutex() {
-    if (!ReleaseMutex(hMsgQueueMutex)) VX_LOG(kLogError, kNoLastError, 6, "Failed to release hMsgQueueMutex");
-}
-
+// One pass of the worker: take the next request (waiting a little for one,
+// and reaping while none waits), handle it and answer it. The log lines of
+// these steps belong to this function, so the steps are lambdas here.
 bool VexorPrintingService::_checkMsgQueue() {
-    ClientMsg* msg = nullptr;
-    if (!popRequest(msg)) return false;
+    auto releaseQueueMutex = [this] {
+        if (!ReleaseMutex(hMsgQueueMutex)) VX_LOG(kLogError, kNoLastError, 6, "Failed to release hMsgQueueMutex");
+    };
+    auto acquireOrLog = [this] {
+        if (acquireQueueMutex(kWorkerWaitMs)) return true;
+        VX_LOG(kLogError, kNoLastError, 4, "Failed to aquire hMsgQueueMutex after %uMS",
+               static_cast<unsigned>(kWorkerWaitMs));
+        return false;
+    };
+    // Any number of departures since the last reap cost one reap, done here
+    // while no request waits.
+    auto reapIfPending = [this] {
+        if (!reapPending.load(std::memory_order_relaxed)) return;
+        VX_LOG(kLogNormal, kNoLastError, 2, "Dealing with pending reap");
+        reapPending.store(0, std::memory_order_relaxed);
+        VX_LOG(kLogNormal, kNoLastError, 2, "Reaping");
+        VX_LOG(kLogNormal, kNoLastError, 2, "Finished Reaping");
+    };
+    auto popRequest = [&]() -> ClientMsg* {
+        if (!acquireOrLog()) return nullptr;
+        if (msgQueue.empty()) {
+            releaseQueueMutex();
+            reapIfPending();
+            if (WaitForSingleObject(msgQueueEvent, kWorkerWaitMs) != WAIT_OBJECT_0) return nullptr;
+            if (!acquireOrLog()) return nullptr;
+            if (msgQueue.empty()) {
+                VX_LOG(kLogNormal, kNoLastError, 2,
+                       "Got a signal that there was a msg but none there. Must have got it already.");
+                releaseQueueMutex();
+                return nullptr;
+            }
+        }
+        ClientMsg* msg = msgQueue.pop();
+        VX_LOG(kLogNormal, kNoLastError, 2, "dequeued new msg. Queue size now:%u",
+               static_cast<unsigned>(msgQueue.size()));
+        releaseQueueMutex();
+        return msg;
+    };
+    // A request whose handling throws gets no reply; the exception goes no
+    // further.
+    auto answerRequest = [this](ClientMsg* msg) {
+        try {
+            const int id = getJsonInt("_msgUniqueId", msg->json, 0);
+            VX_LOG(kLogNormal, kNoLastError, 3, "Got request id:%d", id);
+            stampSender(msg);
+            Json::Value reply = _handleRequest(msg);
+            if (!reply.isMember("status")) reply["status"] = reply.isMember("err") ? "fail" : "success";
+            reply["_msgUniqueId"] = id;
+            std::string text = writeCompact(reply);
+            text.push_back('\0');
+            VX_LOG(kLogNormal, kNoLastError, 3, "Sending json response for id:%d", id);
+            VX_LOG(kLogNormal, kNoLastError, 2, "JSON:%s", text.c_str());
+            if (send(msg->peer.socket, text.data(), static_cast<int>(text.size()), 0) == SOCKET_ERROR)
+                VX_LOG(kLogError, kNoLastError, 4, "send failed with error:%d", WSAGetLastError());
+            else
+                VX_LOG(kLogNormal, kNoLastError, 2, "responded to cmd");
+        } catch (const std::exception& e) {
+            VX_LOG(kLogError, kNoLastError, 5, "exception processing command. Caught:%s", e.what());
+        } catch (...) {
+            VX_LOG(kLogError, kNoLastError, 5, "Unknown exception processing command");
+        }
+    };
+
+    ClientMsg* msg = popRequest();
+    if (!msg) return false;
     answerRequest(msg);
     delete msg;
     VX_LOG_MEMORY();
     return true;
 }
 
-// Takes the next request, waiting a little for one; reaps while the queue is
-// empty. False when there was none.
-bool VexorPrintingService::popRequest(ClientMsg*& msg) {
-    if (!acquireQueueMutex(kWorkerWaitMs)) {
-        VX_LOG(kLogError, kNoLastError, 4, "Failed to aquire hMsgQueueMutex after %uMS",
-               static_cast<unsigned>(kWorkerWaitMs));
-        return false;
-    }
-    if (msgQueue.empty()) {
-        releaseQueueMutex();
-        reapIfPending();
-        if (WaitForSingleObject(msgQueueEvent, kWorkerWaitMs) != WAIT_OBJECT_0) return false;
-        if (!acquireQueueMutex(kWorkerWaitMs)) {
-            VX_LOG(kLogError, kNoLastError, 4, "Failed to aquire hMsgQueueMutex after %uMS",
-                   static_cast<unsigned>(kWorkerWaitMs));
-            return false;
-        }
-        if (msgQueue.empty()) {
-            VX_LOG(kLogNormal, kNoLastError, 2,
-                   "Got a signal that there was a msg but none there. Must have got it already.");
-            releaseQueueMutex();
-            return false;
-        }
-    }
-    msg = msgQueue.pop();
-    VX_LOG(kLogNormal, kNoLastError, 2, "dequeued new msg. Queue size now:%u", static_cast<unsigned>(msgQueue.size()));
-    releaseQueueMutex();
-    return true;
-}
-
-// Any number of departures since the last reap cost one reap, done here
-// while no request waits.
-void VexorPrintingService::reapIfPending() {
-    if (!reapPending.load(std::memory_order_relaxed)) return;
-    VX_LOG(kLogNormal, kNoLastError, 2, "Dealing with pending reap");
-    reapPending.store(0, std::memory_order_relaxed);
-    VX_LOG(kLogNormal, kNoLastError, 2, "Reaping");
-    VX_LOG(kLogNormal, kNoLastError, 2, "Finished Reaping");
-}
-
 // Handlers learn who sends from this key alone; whatever the client put there
 // is replaced by the owner of its connection.
 void VexorPrintingService::stampSender(ClientMsg* msg) {
     msg->json["_senderPID"] = Json::Value(static_cast<Json::UInt>(msg->peer.ownerPid));
-}
-
-// Handles one request and sends its reply. A request whose handling throws
-// gets no reply; the exception goes no further.
-void VexorPrintingService::answerRequest(ClientMsg* msg) {
-    try {
-        const int id = getJsonInt("_msgUniqueId", msg->json, 0);
-        VX_LOG(kLogNormal, kNoLastError, 3, "Got request id:%d", id);
-        stampSender(msg);
-        Json::Value reply = _handleRequest(msg);
-        if (!reply.isMember("status")) reply["status"] = reply.isMember("err") ? "fail" : "success";
-        reply["_msgUniqueId"] = id;
-        std::string text = writeCompact(reply);
-        text.push_back('\0');
-        VX_LOG(kLogNormal, kNoLastError, 3, "Sending json response for id:%d", id);
-        VX_LOG(kLogNormal, kNoLastError, 2, "JSON:%s", text.c_str());
-        if (send(msg->peer.socket, text.data(), static_cast<int>(text.size()), 0) == SOCKET_ERROR)
-            VX_LOG(kLogError, kNoLastError, 4, "send failed with error:%d", WSAGetLastError());
-        else
-            VX_LOG(kLogNormal, kNoLastError, 2, "responded to cmd");
-    } catch (const std::exception& e) {
-        VX_LOG(kLogError, kNoLastError, 5, "exception processing command. Caught:%s", e.what());
-    } catch (...) {
-        VX_LOG(kLogError, kNoLastError, 5, "Unknown exception processing command");
-    }
 }
 
 Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {

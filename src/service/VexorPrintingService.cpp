@@ -1,5 +1,6 @@
 #include "service/VexorPrintingService.h"
 
+#include "foundation/PolicySettings.h"
 #include "foundation/ServiceLogging.h"
 #include "foundation/StaticLogger.h"
 
@@ -31,7 +32,7 @@ void closeAndClear(HANDLE& handle) {
 }  // namespace
 
 VexorPrintingService::VexorPrintingService()
-    : CServiceBase(L"Vexor_PrintingService"),
+    : CServiceBase(kServiceName),
       cmdSocket(INVALID_SOCKET),
       portCreatedMark(0),
       reapPending(0),
@@ -106,6 +107,9 @@ void VexorPrintingService::OnStart(DWORD, LPWSTR*) {
 
 void VexorPrintingService::ServiceWorkerThread() {
     VX_LOG(kLogNormal, kNoLastError, 4, "Service Worker thread started and it is me.");
+    // The mode changes nothing here: every mode serves.
+    VX_LOG(kLogNormal, kNoLastError, 3, "%s",
+           remotePrintingModeText(getGPOValue(kRemotePrintingEnabled, kRemotePrintingEnabledDefault)));
     while (!stopping.load(std::memory_order_relaxed)) {
         if (_createCmdSocket()) break;
         Sleep(kSocketRetryMs);

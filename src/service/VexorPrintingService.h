@@ -18,6 +18,8 @@
 
 class VexorPrintingService : public CServiceBase {
 public:
+    static constexpr const wchar_t* kServiceName = L"Vexor_PrintingService";
+
     VexorPrintingService();
     ~VexorPrintingService() override;
 
@@ -51,16 +53,10 @@ private:
     // Starts `body` on a long-running thread-pool work item; throws the last
     // error if the pool refuses it.
     void startWorkItem(ThreadBody body);
-    bool handOverMessage(ClientObj* client, ClientMsg* msg);
     void stampSender(ClientMsg* msg);
-    friend struct ServiceTestAccess;
     void removeClient(ClientObj* client);
-    bool parseMessage(const std::string& text, ClientMsg* msg);
     bool acquireQueueMutex(DWORD milliseconds);
-    bool popRequest(ClientMsg*& msg);
-    void releaseQueueMutex();
-    void reapIfPending();
-    void answerRequest(ClientMsg* msg);
+    friend struct ServiceTestAccess;
 
     // The listening socket; closed and cleared by OnStop on another thread.
     std::atomic<SOCKET> cmdSocket;

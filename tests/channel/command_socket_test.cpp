@@ -298,3 +298,35 @@ TEST(CommandSocketCapacity, ClientsBeyondTheSixtyThirdStayConnectedButAreNotRead
 }
 
 }  // namespace
+
+namespace {
+
+// Each line names the function the service's design gives it, whatever
+// helpers the code uses inside that function.
+TEST_F(CommandSocket, LinesCarryTheFunctionsTheyBelongTo) {
+    ASSERT_TRUE(client_.send(request(1)));
+    EXPECT_EQ(client_.receiveReply(), unknownVerbReply(1));
+    ASSERT_TRUE(log().waitUntil([](const LogLine& line) { return line.message.rfind("MEMORY:", 0) == 0; }));
+    auto functionOf = [&](const std::string& message) {
+        for (const LogLine& line : log().lines())
+            if (line.message == message) return line.function;
+        return std::string("(missing)");
+    };
+    const std::string socket = "VexorPrintingService::_processClientObj";
+    const std::string worker = "VexorPrintingService::_checkMsgQueue";
+    EXPECT_EQ(functionOf("parsed msg"), socket);
+    EXPECT_EQ(functionOf("enqueued new msg. Queue size now:1"), socket);
+    EXPECT_EQ(functionOf("dequeued new msg. Queue size now:0"), worker);
+    EXPECT_EQ(functionOf("Got request id:1"), worker);
+    EXPECT_EQ(functionOf("Sending json response for id:1"), worker);
+    EXPECT_EQ(functionOf("responded to cmd"), worker);
+    EXPECT_EQ(functionOf("got peer msg:hello"), "VexorPrintingService::_handleRequest");
+    EXPECT_EQ(functionOf("New TCP connection received"), "VexorPrintingService::_checkCmdSocket");
+    EXPECT_EQ(functionOf("listen returned success"), "VexorPrintingService::_createCmdSocket");
+    client_.close();
+    ASSERT_TRUE(log().waitFor("Finished Reaping"));
+    EXPECT_EQ(functionOf("Dealing with pending reap"), worker);
+    EXPECT_EQ(functionOf("Client disconnected nicely"), socket);
+}
+
+}  // namespace

@@ -266,3 +266,49 @@ TEST(ServiceLifecycle, WorkItemRefusedAtStartThrowsTheLastError) {
 }
 
 }  // namespace
+
+#include "simhost/advapi32/advapi32.h"
+
+namespace {
+
+struct ModeCase {
+    DWORD value;
+    const char* line;
+};
+
+class WorkerModeLine : public ::testing::TestWithParam<ModeCase> {};
+
+// Every mode starts every thread and opens the socket; only the line differs.
+TEST_P(WorkerModeLine, IsLoggedAtStartAndEveryThreadRuns) {
+    ServiceHarness harness;
+    simhost::advapi32::setRegistryDword(HKEY_LOCAL_MACHINE, L"Software\\Policies\\Quillion\\Vexor\\vexor_admin",
+                                        L"vexor.remote_printing_enabled", GetParam().value);
+    harness.start();
+    std::vector<LogLine> lines = harness.log().find(GetParam().line);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].level, 3u);
+    EXPECT_EQ(lines[0].function, "VexorPrintingService::ServiceWorkerThread");
+    EXPECT_TRUE(harness.log().waitFor("Socket reading thread started and it is me."));
+    EXPECT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
+    TestClient client;
+    ASSERT_TRUE(client.connect());
+    ASSERT_TRUE(client.send(std::string("{\"msg\":\"x\",\"_msgUniqueId\":3}") + '\0'));
+    EXPECT_FALSE(client.receiveReply().empty());
+    EXPECT_TRUE(harness.stop());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Modes, WorkerModeLine,
+    ::testing::Values(ModeCase{0, "Remote printing is disabled through GPO setting."},
+                      ModeCase{1, "Basic Remote printing is enabled through GPO setting."},
+                      ModeCase{2, "Basic and Advanced Remote printing for Windows clients is enabled through GPO setting."},
+                      ModeCase{3, "GPO specifies an unknown printing mode, falling back to default (basic)."}));
+
+TEST(WorkerModeLineDefault, WithoutPolicyTheModeIsBasic) {
+    ServiceHarness harness;
+    harness.start();
+    EXPECT_TRUE(harness.log().contains("Basic Remote printing is enabled through GPO setting."));
+    EXPECT_TRUE(harness.stop());
+}
+
+}  // namespace

@@ -1,0 +1,189 @@
+// Load driver for the command socket. Starts the service on the simulated
+// host, opens N clients that each send M light requests (an unknown verb,
+// answered without touching the spooler) one after the other, and reports
+// requests per second and the round-trip percentiles. The same clients then
+// run against a bare NUL-framed echo server on loopback, measured in the
+// same run, so that the figures can be read against what the network and the
+// machine cost by themselves.
+//
+//   command_load [clients=8] [requests-per-client=500]
+#include "bench/command_load/service_side.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct RunResult {
+    std::vector<double> roundTripsUs;
+    double seconds = 0;
+    size_t failures = 0;
+};
+
+int connectTo(const char* address, int port) {
+    sockaddr_in target = {};
+    target.sin_family = AF_INET;
+    target.sin_port = htons(static_cast<uint16_t>(port));
+    inet_pton(AF_INET, address, &target.sin_addr);
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (::connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target) == 0) {
+            int on = 1;
+            setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            return fd;
+        }
+        ::close(fd);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return -1;
+}
+
+// Sends `message` (NUL included) and reads up to the reply's NUL.
+bool roundTrip(int fd, const std::string& message, std::string& pending) {
+    if (::send(fd, message.data(), message.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(message.size())) return false;
+    for (;;) {
+        size_t nul = pending.find('\0');
+        if (nul != std::string::npos) {
+            pending.erase(0, nul + 1);
+            return true;
+        }
+        char buffer[8192];
+        ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+        if (n <= 0) return false;
+        pending.append(buffer, static_cast<size_t>(n));
+    }
+}
+
+RunResult runClients(const char* address, int port, int clients, int requests) {
+    std::vector<int> sockets;
+    for (int i = 0; i < clients; ++i) sockets.push_back(connectTo(address, port));
+    std::vector<std::vector<double>> perClient(static_cast<size_t>(clients));
+    std::atomic<size_t> failures{0};
+    auto started = Clock::now();
+    std::vector<std::thread> threads;
+    for (int c = 0; c < clients; ++c) {
+        threads.emplace_back([&, c] {
+            std::string pending;
+            for (int r = 0; r < requests; ++r) {
+                std::string message = "{\"msg\":\"loadProbe\",\"_msgUniqueId\":" + std::to_string(r) + "}";
+                message.push_back('\0');
+                auto sent = Clock::now();
+                if (sockets[c] < 0 || !roundTrip(sockets[c], message, pending)) {
+                    ++failures;
+                    return;
+                }
+                perClient[c].push_back(std::chrono::duration<double, std::micro>(Clock::now() - sent).count());
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    RunResult result;
+    result.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    result.failures = failures;
+    for (auto& times : perClient) result.roundTripsUs.insert(result.roundTripsUs.end(), times.begin(), times.end());
+    for (int fd : sockets)
+        if (fd >= 0) ::close(fd);
+    return result;
+}
+
+double percentile(std::vector<double> values, double p) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    size_t index = static_cast<size_t>(p * static_cast<double>(values.size() - 1) + 0.5);
+    return values[index];
+}
+
+void report(const char* name, const RunResult& result) {
+    std::printf("%-14s %8zu requests  %9.0f req/s  p50 %8.1f us  p99 %8.1f us  failures %zu\n", name,
+                result.roundTripsUs.size(), static_cast<double>(result.roundTripsUs.size()) / result.seconds,
+                percentile(result.roundTripsUs, 0.50), percentile(result.roundTripsUs, 0.99), result.failures);
+}
+
+// A bare echo server on 127.0.0.1: one thread per connection, each
+// NUL-ended message sent straight back.
+class EchoServer {
+public:
+    EchoServer() {
+        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+        ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::listen(listener_, 64);
+        socklen_t length = sizeof address;
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        acceptor_ = std::thread([this] { acceptLoop(); });
+    }
+    ~EchoServer() {
+        ::shutdown(listener_, SHUT_RDWR);
+        ::close(listener_);
+        acceptor_.join();
+        for (auto& thread : connections_) thread.join();
+    }
+    int port() const { return port_; }
+
+private:
+    void acceptLoop() {
+        for (;;) {
+            int fd = ::accept(listener_, nullptr, nullptr);
+            if (fd < 0) return;
+            int on = 1;
+            setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+            connections_.emplace_back([fd] {
+                std::string pending;
+                char buffer[8192];
+                for (;;) {
+                    ssize_t n = ::recv(fd, buffer, sizeof buffer, 0);
+                    if (n <= 0) break;
+                    pending.append(buffer, static_cast<size_t>(n));
+                    size_t nul;
+                    while ((nul = pending.find('\0')) != std::string::npos) {
+                        ::send(fd, pending.data(), nul + 1, MSG_NOSIGNAL);
+                        pending.erase(0, nul + 1);
+                    }
+                }
+                ::close(fd);
+            });
+        }
+    }
+
+    int listener_ = -1;
+    int port_ = 0;
+    std::thread acceptor_;
+    std::vector<std::thread> connections_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int clients = argc > 1 ? std::atoi(argv[1]) : 8;
+    int requests = argc > 2 ? std::atoi(argv[2]) : 500;
+    std::printf("%d clients x %d requests each\n", clients, requests);
+
+    {
+        EchoServer echo;
+        report("echo server", runClients("127.0.0.1", echo.port(), clients, requests));
+    }
+
+    std::string drive = startServiceOnSimulatedHost();
+    report("service", runClients("127.0.3.1", 5555, clients, requests));
+    stopService();
+    std::filesystem::remove_all(drive);
+    return 0;
+}
