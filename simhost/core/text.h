@@ -9,5 +9,7 @@ namespace simhost {
 
 std::wstring widen(const std::string& utf8);
 std::string narrow(const std::wstring& wide);
+// Appends one code point (at most U+10FFFF, no surrogate) in UTF-8.
+void appendUtf8(std::string& out, char32_t point);
 
 }  // namespace simhost

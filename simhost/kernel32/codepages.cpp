@@ -14,6 +14,7 @@
 // without WC_NO_BEST_FIT_CHARS: every character outside the page becomes the
 // default character, as with that flag.
 #include "simhost/core/host.h"
+#include "simhost/core/text.h"
 #include "simhost/kernel32/host_settings.h"
 #include "simhost/kernel32/kernel32.h"
 
@@ -159,29 +160,11 @@ struct Encoded {
     bool invalid = false;
 };
 
-void appendUtf8(std::string& out, char32_t point) {
-    if (point < 0x80) {
-        out += static_cast<char>(point);
-    } else if (point < 0x800) {
-        out += static_cast<char>(0xC0 | (point >> 6));
-        out += static_cast<char>(0x80 | (point & 0x3F));
-    } else if (point < 0x10000) {
-        out += static_cast<char>(0xE0 | (point >> 12));
-        out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (point & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (point >> 18));
-        out += static_cast<char>(0x80 | ((point >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (point & 0x3F));
-    }
-}
-
 Encoded encodeUtf8(const std::u32string& points) {
     Encoded encoded;
     for (char32_t point : points) {
         bool valid = point != kNotACharacter;
-        appendUtf8(encoded.bytes, valid ? point : kReplacementCharacter);
+        simhost::appendUtf8(encoded.bytes, valid ? point : kReplacementCharacter);
         encoded.invalid |= !valid;
         encoded.characterEnds.push_back(encoded.bytes.size());
     }
