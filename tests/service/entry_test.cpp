@@ -1,4 +1,5 @@
 #include "service/ServiceEntry.h"
+#include "service/VexorPrintingService.h"
 #include "simhost/advapi32/advapi32.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/module.h"
@@ -236,12 +237,25 @@ TEST_F(DispatchedService, ShutdownStopsTheCleanupThreadAndReportsStopped) {
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
     ASSERT_TRUE(log_.waitFor("Printer cleanup thread started."));
+    auto* service = static_cast<VexorPrintingService*>(theService);
+    // After a shutdown the dispatcher returns and the entry point destroys
+    // the object, while the worker and socket threads go on until the
+    // process ends. Here the process goes on, so the destruction is held at
+    // its first CloseHandle until the test has stopped those threads.
+    simhost::Host::get().faults().blockCall("CloseHandle");
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_SHUTDOWN));
-    runner_.join();
-    EXPECT_EQ(statesReported().back(), static_cast<DWORD>(SERVICE_STOPPED));
+    while (simhost::Host::get().faults().blockedCount("CloseHandle") == 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING, SERVICE_STOPPED}));
     EXPECT_EQ(events().back().eventId, 113u);
     EXPECT_TRUE(log_.contains("Done OnShutdown()"));
+    EXPECT_TRUE(log_.contains("Printer clean up thread received wake up event."));
     EXPECT_FALSE(log_.contains("worker thread stopped"));
+    EXPECT_TRUE(log_.contains("Destructor called but not stopped"));
+    service->OnStop();
+    simhost::waitForIdleWorkItems(10000);
+    simhost::Host::get().faults().releaseCall("CloseHandle");
+    runner_.join();
 }
 
 TEST_F(DispatchedService, FailedShutdownWritesItsEventLogsAndLeavesTheStatus) {
