@@ -35,16 +35,7 @@ apt_update() {
 }
 
 install_missing_packages() {
-  local missing=() package
-  for package in "${packages[@]}"; do
-    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed"; then
-      missing+=("$package")
-    fi
-  done
-  [ ${#missing[@]} -eq 0 ] && return
-  echo "Installing: ${missing[*]}"
-  apt_update
-  DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  bash "$(dirname "$0")/install-missing-packages.sh" "${packages[@]}"
 }
 
 # The source entries mirror the binary ones of debian.sources (same URIs,

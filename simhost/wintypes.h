@@ -122,6 +122,15 @@ typedef struct _SYSTEMTIME {
     WORD wMilliseconds;
 } SYSTEMTIME;
 
+// Registry value types, shared by the registry and device properties.
+#define REG_NONE 0u
+#define REG_SZ 1u
+#define REG_EXPAND_SZ 2u
+#define REG_BINARY 3u
+#define REG_DWORD 4u
+#define REG_MULTI_SZ 7u
+#define REG_QWORD 11u
+
 // HRESULT helpers.
 #define S_OK ((HRESULT)0)
 #define S_FALSE ((HRESULT)1)

@@ -106,29 +106,6 @@ typedef LONG LSTATUS;
 #define HKEY_LOCAL_MACHINE ((HKEY)(ULONG_PTR)((LONG)0x80000002))
 #define HKEY_USERS ((HKEY)(ULONG_PTR)((LONG)0x80000003))
 
-// Value types.
-#ifndef REG_NONE
-#define REG_NONE 0u
-#endif
-#ifndef REG_SZ
-#define REG_SZ 1u
-#endif
-#ifndef REG_EXPAND_SZ
-#define REG_EXPAND_SZ 2u
-#endif
-#ifndef REG_BINARY
-#define REG_BINARY 3u
-#endif
-#ifndef REG_DWORD
-#define REG_DWORD 4u
-#endif
-#ifndef REG_MULTI_SZ
-#define REG_MULTI_SZ 7u
-#endif
-#ifndef REG_QWORD
-#define REG_QWORD 11u
-#endif
-
 // Access rights of keys.
 #define KEY_QUERY_VALUE 0x0001u
 #define KEY_SET_VALUE 0x0002u

@@ -6,26 +6,6 @@
 
 typedef PVOID HDEVINFO;
 
-// Registry value types, in which device properties are reported.
-#ifndef REG_NONE
-#define REG_NONE 0u
-#endif
-#ifndef REG_SZ
-#define REG_SZ 1u
-#endif
-#ifndef REG_EXPAND_SZ
-#define REG_EXPAND_SZ 2u
-#endif
-#ifndef REG_BINARY
-#define REG_BINARY 3u
-#endif
-#ifndef REG_DWORD
-#define REG_DWORD 4u
-#endif
-#ifndef REG_MULTI_SZ
-#define REG_MULTI_SZ 7u
-#endif
-
 // Error codes of the device installer (APPLICATION_ERROR_MASK |
 // ERROR_SEVERITY_ERROR | code).
 #define ERROR_INVALID_REG_PROPERTY 0xE0000209L
