@@ -192,8 +192,9 @@ TEST(PrinterCleanupThread, FailedWaitEndsTheThreadWithoutFurtherPasses) {
     EXPECT_EQ(failed[0].level, 4u);
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(harness.log().find("Number of stale printers removed [0].").size(), 1u);
+    simhost::Host::get().setTimeScale(1.0);
     harness.service().stopPrinterCleanup();
-    harness.stop();
+    EXPECT_TRUE(harness.stop());
     wakeEvent = original;
 }
 
