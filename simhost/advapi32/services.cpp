@@ -14,6 +14,7 @@
 #include "simhost/advapi32/advapi32_internal.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/objects.h"
+#include "simhost/kernel32/threads.h"
 
 #include <algorithm>
 #include <chrono>
@@ -597,6 +598,12 @@ BOOL WINAPI StartServiceCtrlDispatcherW(const SERVICE_TABLE_ENTRYW* serviceTable
     std::thread mainThread([&] { serviceMain(static_cast<DWORD>(arguments.size()), arguments.data()); });
     serveControls(serviceState(), *dispatcher);
     mainThread.join();
+    // On Windows the process ends right after this returns, and its other
+    // threads with it. Here the program goes on to run destructors, so the
+    // service's work items (a socket thread still in its one-second select)
+    // are given a few seconds to end first.
+    constexpr DWORD kWorkItemsGraceMs = 3000;
+    simhost::waitForIdleWorkItems(kWorkItemsGraceMs);
     return TRUE;
 }
 
