@@ -1,8 +1,10 @@
 // The command socket: the listening socket on 127.0.3.1:5555, the one select
 // loop over it and the connected clients, and the cutting of each client's
 // byte stream into NUL-ended JSON messages that go on the request queue.
+#include "channel/SenderVetting.h"
 #include "foundation/ClassicJson.h"
 #include "foundation/StaticLogger.h"
+#include "printers/TcpProcessInfo.h"
 #include "service/VexorPrintingService.h"
 
 #include <atomic>
@@ -128,6 +130,14 @@ void VexorPrintingService::_onClientConnect() {
         return;
     }
     const int peerPort = ntohs(peerAddress.sin_port);
+    // A refused peer learns nothing: its socket is closed unanswered.
+    if (!vettSenderIP(peerAddress)) {
+        VX_LOG(kLogError, kNoLastError, 5, "Unauthorized connection from: %s:%d", inet_ntoa(peerAddress.sin_addr),
+               peerPort);
+        if (closesocket(accepted) == SOCKET_ERROR)
+            VX_LOG(kLogError, kNoLastError, 4, "closesocket() failed with:%d", WSAGetLastError());
+        return;
+    }
     VX_LOG(kLogNormal, kNoLastError, 4, "Got new connection:%u from: %s:%d", static_cast<unsigned>(accepted),
            inet_ntoa(peerAddress.sin_addr), peerPort);
 
@@ -135,7 +145,9 @@ void VexorPrintingService::_onClientConnect() {
     client->socket = accepted;
     client->peer.addr = peerAddress;
     client->peer.socket = accepted;
-    client->peer.ownerPid = 0;
+    // Looked up again rather than kept from the vetting, which answers only
+    // yes or no.
+    client->peer.ownerPid = PrinterUtil::getTCPOwnerPid(peerAddress);
     clients[accepted] = client;
     VX_LOG(kLogNormal, kNoLastError, 3, "[WT]New connection, socket fd is %u, addr:%s:%d",
            static_cast<unsigned>(accepted), inet_ntoa(peerAddress.sin_addr), peerPort);

@@ -105,6 +105,10 @@ void VexorPrintingService::stampSender(ClientMsg* msg) {
 Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
     const std::string verb = getJsonString("msg", msg->json, "");
     VX_LOG(kLogNormal, kNoLastError, 2, "got peer msg:%s", verb.c_str());
+    if (verb == "getTcpProcessInfo") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Getting TCP Process Info");
+        return _getTcpProcessInfo(msg->json);
+    }
     Json::Value reply(Json::objectValue);
     reply["err"] = "unknown msg verb. Don't know what you want me to do.";
     VX_LOG(kLogError, kNoLastError, 4, "%s", reply["err"].asCString());

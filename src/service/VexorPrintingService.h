@@ -48,6 +48,10 @@ public:
     // One pass over the device tree, removing the service's stale nodes.
     void removeStalePrinters();
 
+    // Process information (worker thread): the owner of a TCP endpoint and
+    // its ancestors.
+    Json::Value _getTcpProcessInfo(const Json::Value& request);
+
 private:
     typedef void (VexorPrintingService::*ThreadBody)();
     // Starts `body` on a long-running thread-pool work item; throws the last

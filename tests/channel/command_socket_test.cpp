@@ -1,4 +1,5 @@
 #include "simhost/core/host.h"
+#include "support/SenderAdmission.h"
 #include "support/ServiceHarness.h"
 #include "support/TestClient.h"
 
@@ -32,6 +33,7 @@ class CommandSocket : public ::testing::Test {
 protected:
     void SetUp() override {
         harness_ = std::make_unique<ServiceHarness>();
+        testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
         harness_->start();
         ASSERT_TRUE(client_.connect());
         const std::string peer = ", addr:127.0.0.1:" + std::to_string(client_.localPort());
@@ -264,6 +266,7 @@ namespace {
 
 TEST(CommandSocketCapacity, SixtyThreeClientsAreAllServedAndTheLimitIsLoggedEachPass) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     std::vector<std::unique_ptr<TestClient>> clients;
     for (int i = 0; i < 63; ++i) {
@@ -282,6 +285,7 @@ TEST(CommandSocketCapacity, SixtyThreeClientsAreAllServedAndTheLimitIsLoggedEach
 
 TEST(CommandSocketCapacity, ClientsBeyondTheSixtyThirdStayConnectedButAreNotRead) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     std::vector<std::unique_ptr<TestClient>> clients;
     for (int i = 0; i < 64; ++i) {
@@ -327,6 +331,31 @@ TEST_F(CommandSocket, LinesCarryTheFunctionsTheyBelongTo) {
     ASSERT_TRUE(log().waitFor("Finished Reaping"));
     EXPECT_EQ(functionOf("Dealing with pending reap"), worker);
     EXPECT_EQ(functionOf("Client disconnected nicely"), socket);
+}
+
+}  // namespace
+
+namespace {
+
+// Hostile input costs only itself: nesting deep enough to exhaust a
+// recursive parser is refused by the reader's own limit.
+TEST_F(CommandSocket, DeeplyNestedJsonIsRefusedAndTheServiceGoesOn) {
+    std::string nested = "{\"a\":" + std::string(100000, '[') + std::string(100000, ']') + "}";
+    ASSERT_TRUE(client_.send(nested + '\0'));
+    ASSERT_TRUE(log().waitUntil([](const LogLine& line) {
+        return line.message.rfind("exception parsing request. Caught:", 0) == 0 ||
+               line.message == "Failed to parse json rejecting message";
+    }, 20000));
+    ASSERT_TRUE(client_.send(request(8)));
+    EXPECT_EQ(client_.receiveReply(), unknownVerbReply(8));
+}
+
+TEST_F(CommandSocket, BytesWithoutANulAreKeptUntilOneComes) {
+    std::string large(60000, ' ');
+    ASSERT_TRUE(client_.send("{\"msg\":\"big\",\"_msgUniqueId\":9,\"pad\":\"" + large));
+    EXPECT_TRUE(client_.receiveReply(300).empty());
+    ASSERT_TRUE(client_.send(std::string("\"}") + '\0'));
+    EXPECT_EQ(client_.receiveReply(), unknownVerbReply(9));
 }
 
 }  // namespace

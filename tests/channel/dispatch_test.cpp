@@ -1,6 +1,7 @@
 #include "foundation/StaticLogger.h"
 #include "simhost/core/host.h"
 #include "simhost/ws2_32/winsock.h"
+#include "support/SenderAdmission.h"
 #include "support/ServiceHarness.h"
 #include "support/ServiceTestAccess.h"
 #include "support/TestClient.h"
@@ -43,6 +44,7 @@ void waitForBlocked(const char* call) {
 class Dispatch : public ::testing::Test {
 protected:
     void SetUp() override {
+        testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
         harness_.start();
         ASSERT_TRUE(client_.connect());
     }
@@ -127,6 +129,11 @@ TEST_F(Dispatch, ReapWaitsWhileRequestsKeepArriving) {
     holdTheWorker();
     TestClient leaving;
     ASSERT_TRUE(leaving.connect());
+    // Admitted first: a client gone before it is vetted is refused, not reaped.
+    ASSERT_TRUE(harness_.log().waitUntil([&](const LogLine& line) {
+        return line.message.rfind("[WT]New connection", 0) == 0 &&
+               line.message.find(":" + std::to_string(leaving.localPort())) != std::string::npos;
+    }));
     leaving.close();
     ASSERT_TRUE(harness_.log().waitFor("Client disconnected nicely"));
     queueAndRelease({{1, "a"}, {2, "b"}, {3, "c"}});
@@ -160,6 +167,7 @@ TEST_F(Dispatch, EachRequestIsFollowedByAMemoryLine) {
 
 TEST(QueueMutex, QueueThatCannotBeHadLosesTheRequest) {
     ServiceHarness harness_(0.01);
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness_.start();
     TestClient client_;
     ASSERT_TRUE(client_.connect());
@@ -194,6 +202,7 @@ TEST(SenderStamp, ClientsOwnSenderPidIsReplacedByTheConnectionsOwner) {
 
 TEST(LogRotation, NewFileAfterFiveMillionBytesWithTheVersionLine) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     std::string filler(4900, 'f');
     while (StaticLogger::logFileSize() <= 5000000) VX_LOG(kLogNormal, kNoLastError, 2, "%s", filler.c_str());

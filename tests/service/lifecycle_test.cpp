@@ -2,6 +2,7 @@
 #include "simhost/kernel32/objects.h"
 #include "simhost/kernel32/threads.h"
 #include "simhost/ws2_32/winsock.h"
+#include "support/SenderAdmission.h"
 #include "support/ServiceHarness.h"
 #include "support/TestClient.h"
 
@@ -38,6 +39,7 @@ TEST(ServiceLifecycle, ConstructorOpensTheLogAndWritesTheVersion) {
 
 TEST(ServiceLifecycle, StartServesAndStopEndsEveryThreadInOrder) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     TestClient client;
     ASSERT_TRUE(client.connect());
@@ -72,6 +74,7 @@ TEST(ServiceLifecycle, SocketCreationIsRetriedEveryFiveSeconds) {
     PortSquatter squatter;
     ASSERT_TRUE(squatter.bound());
     ServiceHarness harness(0.01);
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.startWithoutWaiting();
     ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1", 5000, 3));
     std::vector<LogLine> failures = harness.log().find("bind cmd socket failed with error 10048 on 127.0.3.1");
@@ -128,6 +131,7 @@ TEST(ServiceLifecycle, StopFailsWhenTheWorkerOutlastsTenSeconds) {
 
 TEST(ServiceLifecycle, ShutdownStopsOnlyTheCleanupThread) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     ASSERT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
     harness.service().OnShutdown();
@@ -281,6 +285,7 @@ class WorkerModeLine : public ::testing::TestWithParam<ModeCase> {};
 // Every mode starts every thread and opens the socket; only the line differs.
 TEST_P(WorkerModeLine, IsLoggedAtStartAndEveryThreadRuns) {
     ServiceHarness harness;
+    testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     simhost::advapi32::setRegistryDword(HKEY_LOCAL_MACHINE, L"Software\\Policies\\Quillion\\Vexor\\vexor_admin",
                                         L"vexor.remote_printing_enabled", GetParam().value);
     harness.start();

@@ -1,6 +1,6 @@
 // Reaches into the service object for the few tests that must arrange or
 // observe what no platform call shows: a handle replaced by a closed one, the
-// stamping of the sender on a request.
+// stamping of the sender on a request, a request as it waits in the queue.
 #pragma once
 
 #include "service/VexorPrintingService.h"
@@ -9,4 +9,13 @@ struct ServiceTestAccess {
     static HANDLE& cleanupWakeEvent(VexorPrintingService& service) { return service.cleanupWakeEvent; }
     static HANDLE queueMutex(VexorPrintingService& service) { return service.hMsgQueueMutex; }
     static void stampSender(VexorPrintingService& service, ClientMsg* msg) { service.stampSender(msg); }
+    // Takes the next waiting request off the queue, under the queue's mutex,
+    // so that the worker never sees it; the caller owns it. Null when none
+    // waits or the mutex could not be had.
+    static ClientMsg* takeQueuedRequest(VexorPrintingService& service) {
+        if (WaitForSingleObject(service.hMsgQueueMutex, 5000) != WAIT_OBJECT_0) return nullptr;
+        ClientMsg* msg = service.msgQueue.empty() ? nullptr : service.msgQueue.pop();
+        ReleaseMutex(service.hMsgQueueMutex);
+        return msg;
+    }
 };

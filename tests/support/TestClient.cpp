@@ -24,16 +24,20 @@ int millisecondsLeft(Clock::time_point deadline) {
 
 TestClient::~TestClient() { close(); }
 
-bool TestClient::connect(int timeoutMs, const char* address, int port) {
+bool TestClient::connect(int timeoutMs, const char* address, int port, const char* fromAddress) {
     close();
     sockaddr_in target = {};
     target.sin_family = AF_INET;
     target.sin_port = htons(static_cast<uint16_t>(port));
     inet_pton(AF_INET, address, &target.sin_addr);
+    sockaddr_in source = {};
+    source.sin_family = AF_INET;
+    if (fromAddress) inet_pton(AF_INET, fromAddress, &source.sin_addr);
     auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     do {
         int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (::connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target) == 0) {
+        bool bound = !fromAddress || ::bind(fd, reinterpret_cast<sockaddr*>(&source), sizeof source) == 0;
+        if (bound && ::connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target) == 0) {
             fd_ = fd;
             return true;
         }
@@ -76,6 +80,10 @@ bool TestClient::waitForClose(int timeoutMs) {
     if (::poll(&ready, 1, timeoutMs) <= 0) return false;
     char byte;
     return ::recv(fd_, &byte, 1, 0) <= 0;
+}
+
+void TestClient::shutdownSending() {
+    if (fd_ >= 0) ::shutdown(fd_, SHUT_WR);
 }
 
 void TestClient::close() {

@@ -16,14 +16,19 @@ public:
     TestClient(const TestClient&) = delete;
     TestClient& operator=(const TestClient&) = delete;
 
-    // Connects to the command socket, retrying until `timeoutMs` has passed.
-    bool connect(int timeoutMs = 5000, const char* address = kCommandAddress, int port = kCommandPort);
+    // Connects to the command socket, retrying until `timeoutMs` has passed;
+    // from `fromAddress` when given (a loopback address other than 127.0.0.1).
+    bool connect(int timeoutMs = 5000, const char* address = kCommandAddress, int port = kCommandPort,
+                 const char* fromAddress = nullptr);
     bool send(const std::string& bytes);
     // One whole reply, NUL included; empty when none came in time.
     std::string receiveReply(int timeoutMs = 5000);
     // True when the service closed the connection (a read gives 0 bytes or
     // an error) within the time.
     bool waitForClose(int timeoutMs = 3000);
+    // Ends the sending side only: the peer reads the end, and may still
+    // answer or close.
+    void shutdownSending();
     // Closes in order, or with a reset (linger 0).
     void close();
     void resetClose();
