@@ -34,6 +34,9 @@ using testsupport::kLoaderPid;
 using testsupport::ServiceHarness;
 using testsupport::TestClient;
 
+using testsupport::addClientRow;
+using testsupport::addProcess;
+
 namespace {
 
 constexpr u_short kClientPort = 50200;
@@ -51,22 +54,6 @@ sockaddr_in endpoint(const char* address, u_short port) {
     peer.sin_addr.s_addr = static_cast<ULONG>(inet_addr(address));
     peer.sin_port = htons(port);
     return peer;
-}
-
-// A client's end of a connection to the command socket, owned by `owner`.
-void addClientRow(const char* address, u_short port, DWORD owner) {
-    simhost::iphlpapi::TcpConnection row;
-    row.localAddress = static_cast<DWORD>(inet_addr(address));
-    row.localPort = port;
-    row.remoteAddress = static_cast<DWORD>(inet_addr("127.0.3.1"));
-    row.remotePort = 5555;
-    row.owningProcessId = owner;
-    simhost::iphlpapi::addTcpConnection(row);
-}
-
-void addProcess(DWORD id, DWORD parent, DWORD session, const std::wstring& image,
-                ProcessProtection protection = ProcessProtection::None) {
-    simhost::kernel32::addProcess({id, parent, session, image, protection});
 }
 
 class SenderVetting : public ::testing::Test {

@@ -27,6 +27,9 @@ using testsupport::LogLine;
 using testsupport::ServiceHarness;
 using testsupport::TestClient;
 
+using testsupport::addClientRow;
+using testsupport::addProcess;
+
 namespace {
 
 constexpr u_short kClientPort = 50200;
@@ -36,21 +39,6 @@ const std::string kLoaderDevicePath =
     "\\\\Device\\\\HarddiskVolume3\\\\Program Files\\\\Quillion\\\\VexorAgent\\\\vexor_vchan_loader.exe";
 const std::string kAncestorDevicePath = "\\\\Device\\\\HarddiskVolume3\\\\Windows\\\\System32\\\\svchost.exe";
 const std::string kHandlerName = "VexorPrintingService::_getTcpProcessInfo";
-
-void addClientRow(const char* address, u_short port, DWORD owner) {
-    simhost::iphlpapi::TcpConnection row;
-    row.localAddress = static_cast<DWORD>(inet_addr(address));
-    row.localPort = port;
-    row.remoteAddress = static_cast<DWORD>(inet_addr("127.0.3.1"));
-    row.remotePort = 5555;
-    row.owningProcessId = owner;
-    simhost::iphlpapi::addTcpConnection(row);
-}
-
-void addProcess(DWORD id, DWORD parent, DWORD session, const std::wstring& image,
-                ProcessProtection protection = ProcessProtection::None) {
-    simhost::kernel32::addProcess({id, parent, session, image, protection});
-}
 
 // The loader (5000, session 2) under svchost (700, session 0) under System.
 void addLoaderChain() {

@@ -49,4 +49,19 @@ void admitLoopbackClientsAs(DWORD loaderPid) {
     simhost::iphlpapi::setDefaultOutsideEndOwner(loaderPid);
 }
 
+void addProcess(DWORD id, DWORD parent, DWORD session, const std::wstring& image,
+                simhost::kernel32::ProcessProtection protection) {
+    simhost::kernel32::addProcess({id, parent, session, image, protection});
+}
+
+void addClientRow(const char* address, u_short port, DWORD owner) {
+    simhost::iphlpapi::TcpConnection row;
+    row.localAddress = static_cast<DWORD>(inet_addr(address));
+    row.localPort = port;
+    row.remoteAddress = static_cast<DWORD>(inet_addr("127.0.3.1"));
+    row.remotePort = 5555;
+    row.owningProcessId = owner;
+    simhost::iphlpapi::addTcpConnection(row);
+}
+
 }  // namespace testsupport

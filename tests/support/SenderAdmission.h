@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/win32.h"
+#include "simhost/kernel32/processes.h"
 
 #include <string>
 
@@ -38,5 +39,11 @@ void installLoader();
 // kUserSession, running kLoaderPath), and `loaderPid` as the default owner
 // of outside client ends.
 void admitLoopbackClientsAs(DWORD loaderPid);
+
+// A process of the machine.
+void addProcess(DWORD id, DWORD parent, DWORD session, const std::wstring& image,
+                simhost::kernel32::ProcessProtection protection = simhost::kernel32::ProcessProtection::None);
+// A client's end of a connection to the command socket, owned by `owner`.
+void addClientRow(const char* address, u_short port, DWORD owner);
 
 }  // namespace testsupport
