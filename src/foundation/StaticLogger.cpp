@@ -1,5 +1,6 @@
 #include "foundation/StaticLogger.h"
 
+#include "foundation/LogMessageFormat.h"
 #include "foundation/TextConversion.h"
 #include "platform/win32.h"
 
@@ -33,9 +34,12 @@ std::atomic<HANDLE> processHandle{nullptr};
 
 // The one shared file stream. Lines are built without any lock; only their
 // insertion into the stream is serialised, so two threads never interleave
-// inside a line.
+// inside a line. The stream is made on the first opening and never
+// destroyed: after a shutdown the service's threads outlive main and still
+// log while the process ends, so no exit-time destructor may take it away.
+// The mutex has no destructor of consequence for the same reason.
 std::mutex fileMutex;
-std::unique_ptr<std::ofstream> logFile;
+std::ofstream* logFile = nullptr;
 
 constexpr size_t kLineBodyColumn = 70;
 constexpr size_t kMinFormatBuffer = 512;
@@ -47,27 +51,21 @@ constexpr DWORD kLongestUsablePath = 259;
 
 uint32_t channelIndex(uint32_t channel) { return channel == kLogNormal ? 0 : 1; }
 
-// Prints the message with the doubling buffer: twice the format's length, at
-// least 512 bytes, doubled while the text does not fit; the first retry with
-// more than 10,000 bytes is the last, and what still does not fit is cut.
-// The result keeps everything the print produced, NUL bytes included.
+// The message as the doubling buffer keeps it: the buffer starts at twice
+// the format's length, at least 512 bytes, and doubles while the text does
+// not fit; the first retry with more than 10,000 bytes is the last, and what
+// still does not fit is cut. The text itself comes whole from
+// formatLogMessage, so only the buffer's final size is worked out here.
+// NUL bytes the print produced are kept.
 std::string formatMessage(const char* format, va_list args) {
+    std::string text = formatLogMessage(format, args);
     size_t size = std::max(kMinFormatBuffer, 2 * std::strlen(format));
-    std::vector<char> buffer;
-    int produced = 0;
-    for (bool retried = false;; retried = true) {
-        if (retried) size *= 2;
-        buffer.assign(size, '\0');
-        va_list attempt;
-        va_copy(attempt, args);
-        produced = std::vsnprintf(buffer.data(), size, format, attempt);
-        va_end(attempt);
-        if (produced < 0) return {};
-        if (static_cast<size_t>(produced) < size) break;
+    for (bool retried = false; text.size() >= size; retried = true) {
         if (retried && size > kLastFormatBufferAbove) break;
+        size *= 2;
     }
-    size_t kept = std::min(static_cast<size_t>(produced), size - 1);
-    return std::string(buffer.data(), kept);
+    if (text.size() >= size) text.resize(size - 1);
+    return text;
 }
 
 // " Err:<number>:<system text>" for the calling thread's last error.
@@ -213,7 +211,8 @@ int StaticLogger::OpenLogFile(std::wstring& path) {
     if (logFile && logFile->is_open()) logFile->close();
     if (path.empty())
         path = logDirectory() + displayName.load() + L"_" + std::to_wstring(std::time(nullptr)) + L".txt";
-    logFile = std::make_unique<std::ofstream>();
+    if (!logFile) logFile = new std::ofstream();
+    logFile->clear();
     bool opened = platform::openLogStream(*logFile, wideToUtf8(path));
     path.clear();
     if (!opened) return 0;
@@ -269,7 +268,7 @@ uint32_t StaticLogger::logFileSize() { return ::logFileSize.load(std::memory_ord
 void StaticLogger::restoreInitialState() {
     {
         std::lock_guard<std::mutex> lock(fileMutex);
-        logFile.reset();
+        if (logFile && logFile->is_open()) logFile->close();
     }
     for (uint32_t channel = 0; channel < 2; ++channel) {
         fileThreshold[channel].store(0);

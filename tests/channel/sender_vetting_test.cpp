@@ -143,6 +143,15 @@ TEST_F(SenderVetting, AnyAddressOfTheLoopbackNetworkPasses) {
     EXPECT_EQ(vett("127.255.255.254", 50301), 1);
 }
 
+TEST_F(SenderVetting, ImagePathOutsideAsciiIsLoggedAsUtf8) {
+    arrangeLoader(L"C:\\Program Files\\Quillion\\Acm\u00e9 \u6f22\\vexor_vchan_loader.exe");
+    EXPECT_EQ(vett(), 0);
+    const std::string image = "C:\\Program Files\\Quillion\\Acm\xc3\xa9 \xe6\xbc\xa2\\vexor_vchan_loader.exe";
+    expectLine("Sender process:" + image + " == " + kLoaderPathText, 2, "isProcessNameMatch", kLogNormal);
+    EXPECT_EQ(count("Sender process:" + image + " is not allowed to send us commands"), 2u);
+    EXPECT_NE(log_.contents().find("Sender process:" + image + " is not allowed"), std::string::npos);
+}
+
 TEST_F(SenderVetting, LoaderPathThatDiffersOnlyInCaseIsRefused) {
     const std::wstring otherCase = L"C:\\Program Files\\Quillion\\VexorAgent\\Vexor_vchan_loader.exe";
     arrangeLoader(otherCase);

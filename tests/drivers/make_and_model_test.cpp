@@ -387,6 +387,18 @@ TEST(MakeAndModelLog, FoundModelAndManufacturerAreLogged) {
                        "2|PrinterUtil::getMacManufacturerModelStr|Got Manufacturer:Acme from device-id"}));
 }
 
+TEST(MakeAndModelLog, ModelAndManufacturerOutsideAsciiAreLoggedAsUtf8) {
+    testsupport::LogCapture log;
+    std::wstring manufacturer, model;
+    getMacManufacturerModelStr(requestWith("device-id", "MFG:Acm\xc3\xa9;MDL:\xe6\xbc\xa2 Box\xc3\xa9;"), manufacturer,
+                               model);
+    EXPECT_EQ(model, L"\u6f22 Box\u00e9");
+    EXPECT_EQ(loggedLines(log),
+              (Strings{"2|PrinterUtil::getMacManufacturerModelStr|Got model:\xe6\xbc\xa2 Box\xc3\xa9 from device-id",
+                       "2|PrinterUtil::getMacManufacturerModelStr|Got Manufacturer:Acm\xc3\xa9 from device-id"}));
+    EXPECT_EQ(log.lines()[0].channel, static_cast<int>(kLogNormal));
+}
+
 TEST(MakeAndModelLog, OnlyWhatWasFoundIsLogged) {
     testsupport::LogCapture log;
     std::wstring manufacturer, model;

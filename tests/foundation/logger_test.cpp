@@ -147,6 +147,28 @@ TEST(Logger, MessageWithANulInsideIsWrittenUpToTheNul) {
     EXPECT_EQ(lines[0].message, "abc");
 }
 
+TEST(Logger, WideArgumentsOutsideAsciiAreWrittenAsUtf8) {
+    LogCapture log;
+    const wchar_t* path = L"C:\\Program Files\\Acm\u00e9\\\u6f22.exe";
+    VX_LOG(kLogNormal, kNoLastError, 2, "Sender process:%ls == %ls", path, L"caf\u00e9");
+    VX_LOG(kLogNormal, kNoLastError, 2, "[%8ls][%-4ls][%.3ls][%lc]", L"\u00e9", L"\u6f22", L"abcdef", L'\u6f22');
+    VX_LOG(kLogNormal, kNoLastError, 2, "%d %s %ls %u %%", -3, "narrow", L"", 7u);
+    std::vector<std::string> expected = {
+        "Sender process:C:\\Program Files\\Acm\xc3\xa9\\\xe6\xbc\xa2.exe == caf\xc3\xa9",
+        "[      \xc3\xa9][\xe6\xbc\xa2 ][abc][\xe6\xbc\xa2]",
+        "-3 narrow  7 %",
+    };
+    EXPECT_EQ(log.messages(), expected);
+}
+
+TEST(Logger, NarrowConversionsAreThoseOfTheRuntime) {
+    LogCapture log;
+    long long big = -1234567890123LL;
+    VX_LOG(kLogNormal, kNoLastError, 2, "%05d|%x|%08x|%lld|%zu|%.2f|%*d|%-*s|%c", 42, 255u, 0xbeefu, big,
+           static_cast<size_t>(9), 2.5, 4, 7, 3, "ab", 'z');
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"00042|ff|0000beef|-1234567890123|9|2.50|   7|ab |z"});
+}
+
 TEST(Logger, LastErrorZeroEndsInZeroAndItsSystemText) {
     LogCapture log;
     SetLastError(0);
