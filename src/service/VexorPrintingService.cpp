@@ -70,7 +70,7 @@ VexorPrintingService::VexorPrintingService()
 
     WSADATA wsaData;
     if (WSAStartup(MAKEWORD(2, 2), &wsaData) != 0)
-        VX_LOG(kLogError, kNoLastError, 5, "Error at WSAStartup() Error Code : %d", WSAGetLastError());
+        VX_LOG(kLogNormal, kNoLastError, 5, "Error at WSAStartup() Error Code : %d", WSAGetLastError());
 }
 
 VexorPrintingService::~VexorPrintingService() {
@@ -86,10 +86,9 @@ VexorPrintingService::~VexorPrintingService() {
     closeAndClear(msgQueueEvent);
     closeAndClear(hMsgQueueMutex);
     WSACleanup();
-    // Connections and requests still held are released with the object; a
-    // departed client's socket stays open to the end of the process.
-    for (auto& entry : clients) delete entry.second;
-    while (!msgQueue.empty()) delete msgQueue.pop();
+    // The containers go with the object, but the connection records and the
+    // requests they still hold are left alone: the process is ending, and
+    // after a shutdown the socket and worker threads may still be using them.
 }
 
 void VexorPrintingService::startWorkItem(ThreadBody body) {

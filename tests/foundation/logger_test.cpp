@@ -169,6 +169,24 @@ TEST(Logger, NarrowConversionsAreThoseOfTheRuntime) {
     EXPECT_EQ(log.messages(), std::vector<std::string>{"00042|ff|0000beef|-1234567890123|9|2.50|   7|ab |z"});
 }
 
+// After a shutdown the service's threads outlive main and go on logging while
+// the process ends: the log file's stream must still be there for them.
+TEST(LoggerDeathTest, ThreadsStillLogWhileTheProcessEnds) {
+    LogCapture log;
+    EXPECT_EXIT(
+        {
+            StaticLogger::setEventSink(nullptr);
+            StaticLogger::setShowThreadId(false);
+            std::thread([] {
+                for (;;) VX_LOG(kLogNormal, kNoLastError, 2, "still logging");
+            }).detach();
+            while (StaticLogger::logFileSize() < 100000) std::this_thread::yield();
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_GT(log.find("still logging").size(), 100u);
+}
+
 TEST(Logger, LastErrorZeroEndsInZeroAndItsSystemText) {
     LogCapture log;
     SetLastError(0);

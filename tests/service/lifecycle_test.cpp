@@ -4,6 +4,7 @@
 #include "simhost/ws2_32/winsock.h"
 #include "support/SenderAdmission.h"
 #include "support/ServiceHarness.h"
+#include "support/ServiceTestAccess.h"
 #include "support/TestClient.h"
 
 #include <gtest/gtest.h>
@@ -28,7 +29,7 @@ size_t indexOf(const std::vector<std::string>& messages, const std::string& text
 }
 
 TEST(ServiceLifecycle, ConstructorOpensTheLogAndWritesTheVersion) {
-    ServiceHarness harness;
+    ServiceHarness harness(0.01);
     std::vector<LogLine> lines = harness.log().lines();
     ASSERT_GE(lines.size(), 1u);
     EXPECT_EQ(lines[0].message, "Service version:25.6.0.51414, Short Hash = 57230ca0d");
@@ -192,7 +193,27 @@ TEST(ServiceLifecycle, DestructorWithoutAStopLogsIt) {
     std::vector<LogLine> lines = harness->log().find("Destructor called but not stopped");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, 6u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
     EXPECT_EQ(lines[0].function, "VexorPrintingService::~VexorPrintingService");
+}
+
+// After a shutdown the entry point destroys the object while the socket and
+// worker threads still run; the connections and requests they may hold must
+// outlive it. Under the address sanitizer a freed record fails this test.
+TEST(ServiceLifecycle, DestructorLeavesConnectionsAndQueuedRequestsAlone) {
+    auto harness = std::make_unique<ServiceHarness>(0.01);
+    ClientObj* client = new ClientObj();
+    client->recvBuffer = "half a message";
+    ClientMsg* msg = new ClientMsg();
+    msg->json["msg"] = "createPPort";
+    ServiceTestAccess::addClient(harness->service(), 77, client);
+    ServiceTestAccess::queueRequest(harness->service(), msg);
+    harness->stop();
+    harness->destroy();
+    EXPECT_EQ(client->recvBuffer, "half a message");
+    EXPECT_EQ(msg->json["msg"].asString(), "createPPort");
+    delete client;
+    delete msg;
 }
 
 TEST(ServiceLifecycle, DestructorClosesEveryHandleItMade) {
@@ -218,7 +239,7 @@ TEST_P(ConstructorEventFailure, LogsAndThrowsTheLastError) {
     EXPECT_THROW(
         {
             try {
-                VexorPrintingService service;
+                testsupport::makeServiceRecordingChannels(log);
             } catch (DWORD error) {
                 EXPECT_EQ(error, static_cast<DWORD>(ERROR_NOT_ENOUGH_MEMORY));
                 throw;
@@ -229,6 +250,7 @@ TEST_P(ConstructorEventFailure, LogsAndThrowsTheLastError) {
                                           " Err:8:Not enough memory resources are available to process this command.");
     ASSERT_EQ(lines.size(), 1u) << log.contents();
     EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
     EXPECT_EQ(lines[0].function, "VexorPrintingService::VexorPrintingService");
     EXPECT_EQ(simhost::Host::get().faults().callCount("CreateMutexW"), 0u);
 }
@@ -243,10 +265,11 @@ TEST(ServiceConstruction, MutexFailureIsLoggedAndWinsockIsNotStarted) {
     LogCapture log(false);
     simhost::Host::get().faults().failCall("CreateMutexW", ERROR_ACCESS_DENIED, 1);
     {
-        VexorPrintingService service;
+        std::unique_ptr<VexorPrintingService> service = testsupport::makeServiceRecordingChannels(log);
         std::vector<LogLine> lines = log.find("CreateMutex error Err:5:Access is denied.");
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].level, 4u);
+        EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
         EXPECT_EQ(simhost::Host::get().faults().callCount("WSAStartup"), 0u);
     }
 }
@@ -260,10 +283,11 @@ TEST(ServiceConstruction, WinsockFailureIsLoggedAndTheObjectStands) {
     std::vector<LogLine> lines = log.find("Error at WSAStartup() Error Code : " + std::to_string(WSAGetLastError()));
     ASSERT_EQ(lines.size(), 1u) << log.contents();
     EXPECT_EQ(lines[0].level, 5u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogNormal));
 }
 
 TEST(ServiceLifecycle, WorkItemRefusedAtStartThrowsTheLastError) {
-    ServiceHarness harness;
+    ServiceHarness harness(0.01);
     simhost::Host::get().faults().failCall("QueueUserWorkItem", ERROR_NOT_ENOUGH_MEMORY, 1);
     EXPECT_THROW(harness.startWithoutWaiting(), DWORD);
     EXPECT_FALSE(harness.log().contains("Service Worker thread started and it is me."));

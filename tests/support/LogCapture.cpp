@@ -16,6 +16,7 @@ LogCapture::LogCapture(bool openLog) {
     StaticLogger::restoreInitialState();
     drive_.makeDirectory(kLogDirectory);
     applyServiceLogSettings();
+    recorder_.attach();
     if (openLog) {
         std::wstring path;
         StaticLogger::OpenLogFile(path);
@@ -77,7 +78,10 @@ LogLine LogCapture::parse(const std::string& raw) {
 std::vector<LogLine> LogCapture::lines() const {
     std::vector<LogLine> parsed;
     std::istringstream in(contents());
-    for (std::string raw; std::getline(in, raw);) parsed.push_back(parse(raw));
+    for (std::string raw; std::getline(in, raw);) {
+        parsed.push_back(parse(raw));
+        parsed.back().channel = recorder_.channelOfBody(parsed.back().body);
+    }
     return parsed;
 }
 

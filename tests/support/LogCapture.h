@@ -1,8 +1,10 @@
 // Reads back what the logger really wrote. Makes the log directory on a
-// temporary simulated drive, applies the service's log settings, opens a new
-// log file there, and parses the file's lines on request.
+// temporary simulated drive, applies the service's log settings, records the
+// channel of every line, opens a new log file there, and parses the file's
+// lines on request.
 #pragma once
 
+#include "support/ChannelRecorder.h"
 #include "support/TempDrive.h"
 
 #include <cstdint>
@@ -20,6 +22,9 @@ struct LogLine {
     std::string threadId;  // eight or more digits
     std::string function;  // "VexorPrintingService::OnStart"
     std::string message;   // the text after the alignment to column 70
+    // kLogNormal or kLogError, as the logger was told; ChannelRecorder::kNoSuchLine
+    // when the line reached the file while the channels were not recorded.
+    int channel = ChannelRecorder::kNoSuchLine;
 };
 
 class LogCapture {
@@ -31,6 +36,10 @@ public:
     ~LogCapture();
 
     const TempDrive& drive() const { return drive_; }
+    // Records the channel of every line again; needed after anything that
+    // applies the service's log settings (the service's constructor does),
+    // which let only levels from 5 through to the recorder.
+    void recordChannels() { recorder_.attach(); }
     // The newest file in the log directory, as a path of this machine.
     std::string logFilePath() const;
     std::vector<std::string> logFiles() const;
@@ -49,6 +58,7 @@ public:
 
 private:
     TempDrive drive_;
+    ChannelRecorder recorder_;
 };
 
 }  // namespace testsupport

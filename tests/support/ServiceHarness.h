@@ -10,6 +10,12 @@
 
 namespace testsupport {
 
+// Builds the service object with the channel of every line it logs
+// recorded, including the lines of its constructor, which sets the service's
+// own log settings first: the construction is held at its first event until
+// the recorder is attached again. Rethrows what the constructor throws.
+std::unique_ptr<VexorPrintingService> makeServiceRecordingChannels(LogCapture& log);
+
 class ServiceHarness {
 public:
     // Makes the log directory and the service object; the host's waits run

@@ -8,6 +8,16 @@
 struct ServiceTestAccess {
     static HANDLE& cleanupWakeEvent(VexorPrintingService& service) { return service.cleanupWakeEvent; }
     static HANDLE queueMutex(VexorPrintingService& service) { return service.hMsgQueueMutex; }
+    // A connection record in the client table, as the socket thread keeps it.
+    static void addClient(VexorPrintingService& service, SOCKET socket, ClientObj* client) {
+        service.clients[socket] = client;
+    }
+    // A request on the queue, as the socket thread hands it over.
+    static void queueRequest(VexorPrintingService& service, ClientMsg* msg) {
+        WaitForSingleObject(service.hMsgQueueMutex, 5000);
+        service.msgQueue.push(msg);
+        ReleaseMutex(service.hMsgQueueMutex);
+    }
     static void stampSender(VexorPrintingService& service, ClientMsg* msg) { service.stampSender(msg); }
     // Takes the next waiting request off the queue, under the queue's mutex,
     // so that the worker never sees it; the caller owns it. Null when none
