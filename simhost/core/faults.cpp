@@ -32,6 +32,14 @@ size_t Faults::blockedCount(const std::string& call) const {
     return it == calls_.end() ? 0 : it->second.waiting;
 }
 
+bool Faults::waitUntilBlocked(const std::string& call, size_t count, unsigned timeoutMs) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return blocked_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+        auto it = calls_.find(call);
+        return it != calls_.end() && it->second.waiting >= count;
+    });
+}
+
 void Faults::delayCall(const std::string& call, DWORD milliseconds) {
     std::lock_guard<std::mutex> lock(mutex_);
     calls_[call].delay = milliseconds;
@@ -75,6 +83,7 @@ DWORD Faults::enter(const std::string& call) {
     ++a.calls;
     if (a.blocked) {
         ++a.waiting;
+        blocked_.notify_all();
         released_.wait(lock, [&] { return !calls_[call].blocked; });
         --calls_[call].waiting;
     }

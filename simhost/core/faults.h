@@ -23,6 +23,9 @@ public:
     void blockCall(const std::string& call);
     void releaseCall(const std::string& call);
     size_t blockedCount(const std::string& call) const;
+    // Waits until at least `count` calls wait in a block of `call`, for at
+    // most `timeoutMs` real milliseconds; false when they did not come.
+    bool waitUntilBlocked(const std::string& call, size_t count = 1, unsigned timeoutMs = 10000) const;
     // Calls wait this many real milliseconds on entry before they proceed.
     void delayCall(const std::string& call, DWORD milliseconds);
     // Drops every arrangement for one call, or for all, releasing blocked calls.
@@ -48,6 +51,7 @@ private:
 
     mutable std::mutex mutex_;
     std::condition_variable released_;
+    mutable std::condition_variable blocked_;
     std::map<std::string, Arrangement> calls_;
 };
 

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <map>
+#include <thread>
 #include <unordered_map>
 
 namespace simhost {
@@ -32,11 +33,24 @@ DWORD WaitableObject::wait(DWORD milliseconds) {
         return result != WAIT_TIMEOUT;
     };
     std::unique_lock<std::mutex> hold(lock_);
+    ++waiters_;
     if (deadline)
         changed_.wait_until(hold, *deadline, acquired);
     else
         changed_.wait(hold, acquired);
+    --waiters_;
     return result;
+}
+
+bool waitUntilWaiting(HANDLE handle, size_t count, unsigned timeoutMs) {
+    std::shared_ptr<WaitableObject> object = lookupHandle<WaitableObject>(handle);
+    if (!object) return false;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (object->waiters() < count) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 DWORD WaitableObject::tryAcquire() {

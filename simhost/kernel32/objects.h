@@ -6,6 +6,7 @@
 
 #include "simhost/wintypes.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -35,6 +36,8 @@ public:
     DWORD wait(DWORD milliseconds);
     // The same without waiting.
     DWORD tryAcquire();
+    // How many threads wait on the object now.
+    size_t waiters() const { return waiters_.load(); }
 
 protected:
     // Called with lock_ held: WAIT_TIMEOUT while the object is not signalled.
@@ -60,6 +63,7 @@ private:
     };
 
     std::condition_variable changed_;
+    std::atomic<size_t> waiters_{0};
 };
 
 // When a wait with this Windows time-out, started now, ends on the host's
@@ -93,6 +97,12 @@ struct NamedObject {
 };
 NamedObject openOrCreateNamedObject(const std::wstring& name,
                                     const std::function<std::shared_ptr<KernelObject>()>& make);
+
+// Test API: waits until at least `count` threads wait on the object behind
+// `handle`, for at most `timeoutMs` real milliseconds; false when they did
+// not, or the handle is no waitable object. Lets a test act only once a
+// thread is inside its wait.
+bool waitUntilWaiting(HANDLE handle, size_t count = 1, unsigned timeoutMs = 10000);
 
 // Test API: open handles, all or of one type name, to find handle leaks.
 size_t openHandleCount();

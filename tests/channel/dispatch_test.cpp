@@ -10,6 +10,7 @@
 
 #include <json/json.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -36,11 +37,6 @@ int replyId(const std::string& reply) {
     return value["_msgUniqueId"].asInt();
 }
 
-void waitForBlocked(const char* call) {
-    while (simhost::Host::get().faults().blockedCount(call) == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
-
 class Dispatch : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -58,7 +54,7 @@ protected:
     void holdTheWorker() {
         simhost::Host::get().faults().blockCall("send");
         ASSERT_TRUE(client_.send(request(0, "hold")));
-        waitForBlocked("send");
+        ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("send"));
     }
     void queueAndRelease(const std::vector<std::pair<int, std::string>>& requests) {
         std::string bytes;
@@ -172,14 +168,25 @@ TEST(QueueMutex, QueueThatCannotBeHadLosesTheRequest) {
     TestClient client_;
     ASSERT_TRUE(client_.connect());
     HANDLE mutex = ServiceTestAccess::queueMutex(harness_.service());
+    // The holder has the queue before the request is sent, and gives it back
+    // once the socket thread gave up on it, or after its own limit.
+    std::atomic<DWORD> taken{WAIT_FAILED};
+    std::atomic<bool> attempted{false};
+    std::atomic<bool> lostLine{false};
     std::thread holder([&] {
-        WaitForSingleObject(mutex, INFINITE);
-        while (!harness_.log().contains("Failed to aquire hMsgQueueMutex after 5000MS. Request will be lost!"))
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        taken = WaitForSingleObject(mutex, 5000);
+        attempted = true;
+        if (taken != WAIT_OBJECT_0) return;
+        lostLine = harness_.log().waitFor("Failed to aquire hMsgQueueMutex after 5000MS. Request will be lost!", 10000);
         ReleaseMutex(mutex);
     });
-    ASSERT_TRUE(client_.send(request(1, "lost")));
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!attempted && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (taken == WAIT_OBJECT_0) EXPECT_TRUE(client_.send(request(1, "lost")));
     holder.join();
+    ASSERT_EQ(taken, static_cast<DWORD>(WAIT_OBJECT_0));
+    ASSERT_TRUE(lostLine);
     EXPECT_EQ(harness_.log().find("Failed to aquire hMsgQueueMutex after 5000MS. Request will be lost!")[0].level, 5u);
     EXPECT_TRUE(harness_.log().waitFor("Failed to aquire hMsgQueueMutex after 666MS"));
     // The lost request is not answered; the next one is.

@@ -58,7 +58,12 @@ sockaddr_in endpoint(const char* address, u_short port) {
 
 class SenderVetting : public ::testing::Test {
 protected:
-    void SetUp() override { recorder_.attach(); }
+    // The service's own process id is fixed, so that it never falls among
+    // the ids a test adds.
+    void SetUp() override {
+        simhost::setCurrentProcessId(testsupport::kServiceProcessId);
+        recorder_.attach();
+    }
 
     // The loader's installation, its session-zero ancestor, and a client row
     // at 127.0.0.1:50200 owned by the loader.
@@ -513,7 +518,7 @@ protected:
         simhost::Faults& faults = simhost::Host::get().faults();
         faults.blockCall("closesocket");
         ASSERT_TRUE(client.connect());
-        while (faults.blockedCount("closesocket") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        ASSERT_TRUE(faults.waitUntilBlocked("closesocket"));
         client.shutdownSending();
         ASSERT_TRUE(waitForServiceEnd(client, MIB_TCP_STATE_CLOSE_WAIT));
         faults.releaseCall("closesocket");
@@ -622,8 +627,7 @@ TEST_F(Admission, ConnectionGoneBeforeTheTableIsReadIsRefused) {
     TestClient client;
     ASSERT_TRUE(client.connect());
     const std::string peer = peerText(client);
-    while (simhost::Host::get().faults().blockedCount("GetExtendedTcpTable") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("GetExtendedTcpTable"));
     const u_short clientPort = static_cast<u_short>(client.localPort());
     client.resetClose();
     ASSERT_TRUE(waitUntilGone(clientPort));
@@ -642,8 +646,7 @@ TEST_F(Admission, AdmittedPeersRequestsCarryItsProcessId) {
     // waits in the queue, where the test takes it.
     simhost::Host::get().faults().blockCall("send");
     ASSERT_TRUE(client.send(request(0)));
-    while (simhost::Host::get().faults().blockedCount("send") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("send"));
     ASSERT_TRUE(client.send(std::string("{\"msg\":\"x\",\"_msgUniqueId\":1,\"_senderPID\":999}") + '\0'));
     // Request 0 went through the queue alone as well.
     ASSERT_TRUE(log().waitFor("enqueued new msg. Queue size now:1", 5000, 2));

@@ -1,4 +1,5 @@
 #include "simhost/core/host.h"
+#include "simhost/kernel32/objects.h"
 #include "simhost/setupapi/device_tree.h"
 #include "support/ServiceHarness.h"
 #include "support/ServiceTestAccess.h"
@@ -131,6 +132,8 @@ TEST(PrinterCleanupThread, StopDuringTheLongWaitEndsTheThread) {
     ServiceHarness harness;
     harness.start();
     ASSERT_TRUE(harness.log().waitFor("Number of stale printers removed [0]."));
+    // The stop lands once the thread is inside its long wait.
+    ASSERT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupWakeEvent(harness.service())));
     harness.service().stopPrinterCleanup();
     std::vector<std::string> messages = harness.log().messages();
     EXPECT_TRUE(harness.log().contains("Printer clean up thread received wake up event."));
@@ -154,10 +157,10 @@ TEST(PrinterCleanupThread, StopDuringAPassEndsItAfterTheDeviceInHand) {
     addNode(L"ROOT\\PRINTER\\0001", kRenderXps, {});
     simhost::Host::get().faults().blockCall("SetupDiGetDeviceRegistryPropertyW");
     harness.start();
-    while (simhost::Host::get().faults().blockedCount("SetupDiGetDeviceRegistryPropertyW") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("SetupDiGetDeviceRegistryPropertyW"));
     auto stopped = std::async(std::launch::async, [&] { harness.service().stopPrinterCleanup(); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // The stop has asked once it waits for the thread to end.
+    EXPECT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupStoppedEvent(harness.service())));
     simhost::Host::get().faults().releaseCall("SetupDiGetDeviceRegistryPropertyW");
     stopped.get();
     std::vector<std::string> messages = harness.log().messages();

@@ -61,7 +61,12 @@ Json::Value requestFor(const char* ip, Json::UInt port) {
 
 class TcpProcessInfo : public ::testing::Test {
 protected:
-    void SetUp() override { recorder_.attach(); }
+    // The service's own process id is fixed, so that it never falls among
+    // the ids a test adds.
+    void SetUp() override {
+        simhost::setCurrentProcessId(testsupport::kServiceProcessId);
+        recorder_.attach();
+    }
 
     // The reply as the compact writer gives it, without its line feed.
     std::string ask(const Json::Value& request) {

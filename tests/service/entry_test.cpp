@@ -212,8 +212,7 @@ TEST_F(DispatchedService, StopThatOutlastsTenSecondsIsReportedAsFailedAndRunning
     simhost::Host::get().faults().blockCall("Sleep");
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
-    while (simhost::Host::get().faults().blockedCount("Sleep") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
     SetLastError(0);
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_STOP));
     EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING, SERVICE_STOP_PENDING,
@@ -244,8 +243,7 @@ TEST_F(DispatchedService, ShutdownStopsTheCleanupThreadAndReportsStopped) {
     // its first CloseHandle until the test has stopped those threads.
     simhost::Host::get().faults().blockCall("CloseHandle");
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_SHUTDOWN));
-    while (simhost::Host::get().faults().blockedCount("CloseHandle") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("CloseHandle"));
     EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING, SERVICE_STOPPED}));
     EXPECT_EQ(events().back().eventId, 113u);
     EXPECT_TRUE(log_.contains("Done OnShutdown()"));
@@ -264,8 +262,7 @@ TEST_F(DispatchedService, FailedShutdownWritesItsEventLogsAndLeavesTheStatus) {
     simhost::Host::get().faults().blockCall("Sleep");
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
-    while (simhost::Host::get().faults().blockedCount("Sleep") == 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_SHUTDOWN));
     EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING}));
     EXPECT_EQ(events().back().eventId, 0xC0000072u);

@@ -118,7 +118,7 @@ TEST(ServiceLifecycle, StopFailsWhenTheWorkerOutlastsTenSeconds) {
     simhost::Host::get().faults().blockCall("Sleep");
     harness.startWithoutWaiting();
     ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
-    while (simhost::Host::get().faults().blockedCount("Sleep") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
     EXPECT_FALSE(harness.stop());
     std::vector<LogLine> failed = harness.log().find("failed on wait for stop Err:0:The operation completed successfully.");
     ASSERT_EQ(failed.size(), 1u) << harness.log().contents();

@@ -91,7 +91,7 @@ TEST_F(HostCore, BlockedCallWaitsUntilReleased) {
         simhost::injectedFailure("send");
         returned = true;
     });
-    while (faults.blockedCount("send") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(faults.waitUntilBlocked("send"));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_FALSE(returned);
     faults.releaseCall("send");
@@ -104,7 +104,7 @@ TEST_F(HostCore, ClearAllReleasesBlockedCalls) {
     Faults& faults = Host::get().faults();
     faults.blockCall("recv");
     std::thread caller([] { simhost::injectedFailure("recv"); });
-    while (faults.blockedCount("recv") == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    ASSERT_TRUE(faults.waitUntilBlocked("recv"));
     faults.clearAll();
     caller.join();
     EXPECT_EQ(faults.blockedCount("recv"), 0u);

@@ -35,6 +35,8 @@ class Processes : public ::testing::Test {
 protected:
     void SetUp() override {
         simhost::Host::get().reset();
+        // A fixed id of our own, so that the test never depends on the real one.
+        simhost::setCurrentProcessId(4242);
         simhost::kernel32::addProcess({kLoaderId, kSessionHostId, 2, kLoaderPath});
     }
     void TearDown() override { simhost::Host::get().reset(); }

@@ -7,6 +7,7 @@
 
 struct ServiceTestAccess {
     static HANDLE& cleanupWakeEvent(VexorPrintingService& service) { return service.cleanupWakeEvent; }
+    static HANDLE cleanupStoppedEvent(VexorPrintingService& service) { return service.cleanupStoppedEvent; }
     static HANDLE queueMutex(VexorPrintingService& service) { return service.hMsgQueueMutex; }
     // A connection record in the client table, as the socket thread keeps it.
     static void addClient(VexorPrintingService& service, SOCKET socket, ClientObj* client) {
