@@ -16,3 +16,5 @@
 #include "simhost/shell32/paths.h"
 // Registry, service control manager and event log.
 #include "simhost/advapi32/advapi32.h"
+// SIDs, security descriptors and SDDL.
+#include "simhost/advapi32/security.h"
