@@ -5,6 +5,7 @@
 // simhost/winspool/spooler.h.
 #pragma once
 
+#include "simhost/advapi32/security.h"
 #include "simhost/wintypes.h"
 // After the base types, which it uses.
 #include "platform/tcpxcv_records.h"
@@ -26,106 +27,25 @@
 #ifndef ERROR_INVALID_ENVIRONMENT
 #define ERROR_INVALID_ENVIRONMENT 1805L
 #endif
-#ifndef RPC_X_NULL_REF_POINTER
-#define RPC_X_NULL_REF_POINTER 1780L
-#endif
 
 // ======================================================================
-// Access rights of print servers, printers and jobs
+// Access rights of print servers and printers
 // ======================================================================
-// Standard rights of every securable object, as winnt.h has them.
-#ifndef DELETE
-#define DELETE 0x00010000u
-#endif
-#ifndef READ_CONTROL
-#define READ_CONTROL 0x00020000u
-#endif
-#ifndef WRITE_DAC
-#define WRITE_DAC 0x00040000u
-#endif
-#ifndef WRITE_OWNER
-#define WRITE_OWNER 0x00080000u
-#endif
-#ifndef STANDARD_RIGHTS_REQUIRED
-#define STANDARD_RIGHTS_REQUIRED 0x000F0000u
-#endif
-#ifndef STANDARD_RIGHTS_READ
-#define STANDARD_RIGHTS_READ READ_CONTROL
-#endif
-#ifndef STANDARD_RIGHTS_WRITE
-#define STANDARD_RIGHTS_WRITE READ_CONTROL
-#endif
-#ifndef STANDARD_RIGHTS_EXECUTE
-#define STANDARD_RIGHTS_EXECUTE READ_CONTROL
-#endif
-#ifndef MAXIMUM_ALLOWED
-#define MAXIMUM_ALLOWED 0x02000000u
-#endif
-#ifndef GENERIC_ALL
-#define GENERIC_ALL 0x10000000u
-#endif
-#ifndef GENERIC_EXECUTE
-#define GENERIC_EXECUTE 0x20000000u
-#endif
-#ifndef GENERIC_WRITE
-#define GENERIC_WRITE 0x40000000u
-#endif
-#ifndef GENERIC_READ
-#define GENERIC_READ 0x80000000u
-#endif
-typedef DWORD ACCESS_MASK;
-
-// The printing-specific rights (winspool.h); the security component
-// declares the same values, so each is defined once, by whichever header
-// comes first.
-#ifndef SERVER_ACCESS_ADMINISTER
+// The standard and generic rights, the rights of jobs (JOB_ACCESS_*) and
+// PSECURITY_DESCRIPTOR come with the security component's declarations.
 #define SERVER_ACCESS_ADMINISTER 0x00000001
-#endif
-#ifndef SERVER_ACCESS_ENUMERATE
 #define SERVER_ACCESS_ENUMERATE 0x00000002
-#endif
-#ifndef PRINTER_ACCESS_ADMINISTER
 #define PRINTER_ACCESS_ADMINISTER 0x00000004
-#endif
-#ifndef PRINTER_ACCESS_USE
 #define PRINTER_ACCESS_USE 0x00000008
-#endif
-#ifndef JOB_ACCESS_ADMINISTER
-#define JOB_ACCESS_ADMINISTER 0x00000010
-#endif
-#ifndef JOB_ACCESS_READ
-#define JOB_ACCESS_READ 0x00000020
-#endif
-#ifndef PRINTER_ACCESS_MANAGE_LIMITED
 #define PRINTER_ACCESS_MANAGE_LIMITED 0x00000040
-#endif
-#ifndef SERVER_ALL_ACCESS
 #define SERVER_ALL_ACCESS (STANDARD_RIGHTS_REQUIRED | SERVER_ACCESS_ADMINISTER | SERVER_ACCESS_ENUMERATE)
-#endif
-#ifndef SERVER_READ
 #define SERVER_READ (STANDARD_RIGHTS_READ | SERVER_ACCESS_ENUMERATE)
-#endif
-#ifndef SERVER_WRITE
 #define SERVER_WRITE (STANDARD_RIGHTS_WRITE | SERVER_ACCESS_ADMINISTER | SERVER_ACCESS_ENUMERATE)
-#endif
-#ifndef SERVER_EXECUTE
 #define SERVER_EXECUTE (STANDARD_RIGHTS_EXECUTE | SERVER_ACCESS_ENUMERATE)
-#endif
-#ifndef PRINTER_ALL_ACCESS
 #define PRINTER_ALL_ACCESS (STANDARD_RIGHTS_REQUIRED | PRINTER_ACCESS_ADMINISTER | PRINTER_ACCESS_USE)
-#endif
-#ifndef PRINTER_READ
 #define PRINTER_READ (STANDARD_RIGHTS_READ | PRINTER_ACCESS_USE)
-#endif
-#ifndef PRINTER_WRITE
 #define PRINTER_WRITE (STANDARD_RIGHTS_WRITE | PRINTER_ACCESS_USE)
-#endif
-#ifndef PRINTER_EXECUTE
 #define PRINTER_EXECUTE (STANDARD_RIGHTS_EXECUTE | PRINTER_ACCESS_USE)
-#endif
-
-// A security descriptor, self-relative in every record of this header.
-typedef PVOID PSECURITY_DESCRIPTOR;
 
 // ======================================================================
 // Device mode (wingdi.h)
