@@ -40,8 +40,6 @@ std::vector<std::wstring> requireWideStrings(const Json::Value& value, const std
     return strings;
 }
 
-namespace {
-
 void requireObject(const Json::Value& value, const std::string& what) {
     if (!value.isObject()) throw HostFileError(what + " must be an object");
 }
@@ -49,6 +47,14 @@ void requireObject(const Json::Value& value, const std::string& what) {
 void requireArray(const Json::Value& value, const std::string& what) {
     if (!value.isArray()) throw HostFileError(what + " must be a list");
 }
+
+void requireKnownKeys(const Json::Value& entry, const std::vector<std::string>& known, const std::string& what) {
+    for (const std::string& key : entry.getMemberNames())
+        if (std::find(known.begin(), known.end(), key) == known.end())
+            throw HostFileError("unknown key \"" + key + "\" in " + what);
+}
+
+namespace {
 
 // "drives": {"C": "directory"}; a relative directory is taken from the base.
 void applyDrives(const Json::Value& drives, const std::string& base) {
@@ -389,6 +395,11 @@ const std::vector<HostSection>& hostSections() {
         {"services", reportOnly, describeServices},
         {"serviceStatusHistory", reportOnly, describeStatusHistory},
         {"eventLog", reportOnly, describeEventLog},
+        {"drivers", applyDrivers, describeDrivers},
+        {"ports", applyPorts, describePorts},
+        {"printers", applyPrinters, describePrinters},
+        {"defaultPrinters", applyDefaultPrinters, describeDefaultPrinters},
+        {"faults", applyFaults, nullptr},
     };
     return sections;
 }

@@ -34,5 +34,21 @@ std::string requireString(const Json::Value& value, const std::string& what);
 std::wstring requireWideString(const Json::Value& value, const std::string& what);
 DWORD requireDword(const Json::Value& value, const std::string& what);
 std::vector<std::wstring> requireWideStrings(const Json::Value& value, const std::string& what);
+void requireObject(const Json::Value& value, const std::string& what);
+void requireArray(const Json::Value& value, const std::string& what);
+// Refuses a key of `entry` that is not among `known`, naming it and `what`.
+void requireKnownKeys(const Json::Value& entry, const std::vector<std::string>& known, const std::string& what);
+
+// The sections of the print spooler (spooler_sections.cpp) and of injected
+// faults (fault_section.cpp).
+void applyDrivers(const Json::Value& drivers, const std::string& baseDirectory);
+Json::Value describeDrivers();
+void applyPorts(const Json::Value& ports, const std::string& baseDirectory);
+Json::Value describePorts();
+void applyPrinters(const Json::Value& printers, const std::string& baseDirectory);
+Json::Value describePrinters();
+void applyDefaultPrinters(const Json::Value& defaults, const std::string& baseDirectory);
+Json::Value describeDefaultPrinters();
+void applyFaults(const Json::Value& faults, const std::string& baseDirectory);
 
 }  // namespace simhost
