@@ -201,7 +201,9 @@ Json::Value describeJob(const winspool::PrintJob& job) {
     return entry;
 }
 
-// Every member of PRINTER_INFO_2 by its name, as GetPrinterW reports it.
+// Every member of PRINTER_INFO_2 by its name, as GetPrinterW reports it,
+// but the descriptor and the device mode, which are `securityDescriptor`
+// (SDDL of owner, group and DACL) and `devMode` (its members).
 Json::Value describePrinter(const winspool::SpoolerPrinter& printer) {
     Json::Value entry;
     entry["pServerName"] = Json::Value();
@@ -211,12 +213,12 @@ Json::Value describePrinter(const winspool::SpoolerPrinter& printer) {
     entry["pDriverName"] = narrow(printer.driverName);
     entry["pComment"] = narrow(printer.comment);
     entry["pLocation"] = narrow(printer.location);
-    entry["pDevMode"] = describeDevMode(printer.devMode);
+    entry["devMode"] = describeDevMode(printer.devMode);
     entry["pSepFile"] = narrow(printer.separatorFile);
     entry["pPrintProcessor"] = narrow(printer.printProcessor);
     entry["pDatatype"] = narrow(printer.datatype);
     entry["pParameters"] = narrow(printer.parameters);
-    entry["pSecurityDescriptor"] = narrow(winspool::sddlOfDescriptor(printer.securityDescriptor));
+    entry["securityDescriptor"] = narrow(winspool::sddlOfDescriptor(printer.securityDescriptor));
     entry["Attributes"] = printer.attributes;
     entry["Priority"] = printer.priority;
     entry["DefaultPriority"] = printer.defaultPriority;

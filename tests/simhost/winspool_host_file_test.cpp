@@ -119,15 +119,15 @@ TEST_F(SpoolerHostFile, TheStateFileReportsPrintersPortsDriversAndDefaults) {
     EXPECT_EQ(desk["Attributes"].asUInt(), 4112u);
     EXPECT_EQ(desk["Status"].asUInt(), PRINTER_STATUS_OFFLINE);
     EXPECT_EQ(desk["cJobs"].asUInt(), 1u);
-    EXPECT_EQ(desk["pSecurityDescriptor"].asString(), "D:(A;;LCSWSDRCWDWO;;;SY)(A;;SWRC;;;S-1-5-5-0-1234)");
-    EXPECT_EQ(desk["pDevMode"]["dmDeviceName"].asString(), "Local Desk");
-    EXPECT_EQ(desk["pDevMode"]["dmOrientation"].asInt(), DMORIENT_LANDSCAPE);
-    EXPECT_EQ(desk["pDevMode"]["privateData"].asString(), "0a0b0c");
+    EXPECT_EQ(desk["securityDescriptor"].asString(), "D:(A;;LCSWSDRCWDWO;;;SY)(A;;SWRC;;;S-1-5-5-0-1234)");
+    EXPECT_EQ(desk["devMode"]["dmDeviceName"].asString(), "Local Desk");
+    EXPECT_EQ(desk["devMode"]["dmOrientation"].asInt(), DMORIENT_LANDSCAPE);
+    EXPECT_EQ(desk["devMode"]["privateData"].asString(), "0a0b0c");
     EXPECT_EQ(desk["jobs"][0]["document"].asString(), "report.pdf");
     EXPECT_EQ(desk["jobs"][0]["name"].asString(), "alice");
     EXPECT_EQ(desk["jobs"][0]["size"].asUInt(), 5u);
     EXPECT_FALSE(desk["pendingDeletion"].asBool());
-    EXPECT_EQ(state["printers"][1]["pSecurityDescriptor"].asString(),
+    EXPECT_EQ(state["printers"][1]["securityDescriptor"].asString(),
               simhost::narrow(simhost::winspool::kDefaultPrinterSddl));
 
     bool sawPort = false;
