@@ -13,9 +13,9 @@ namespace winspool {
 std::vector<BYTE> devModeBlock(DEVMODEW publicPart, const std::vector<BYTE>& privateBytes) {
     publicPart.dmSize = sizeof(DEVMODEW);
     publicPart.dmDriverExtra = static_cast<WORD>(privateBytes.size());
-    std::vector<BYTE> block(sizeof(DEVMODEW));
+    std::vector<BYTE> block(sizeof(DEVMODEW) + privateBytes.size());
     std::memcpy(block.data(), &publicPart, sizeof(DEVMODEW));
-    block.insert(block.end(), privateBytes.begin(), privateBytes.end());
+    if (!privateBytes.empty()) std::memcpy(block.data() + sizeof(DEVMODEW), privateBytes.data(), privateBytes.size());
     return block;
 }
 
