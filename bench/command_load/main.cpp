@@ -182,8 +182,12 @@ int main(int argc, char** argv) {
     }
 
     std::string drive = startServiceOnSimulatedHost();
-    report("service", runClients("127.0.3.1", 5555, clients, requests));
+    RunResult service = runClients("127.0.3.1", 5555, clients, requests);
+    report("service", service);
     stopService();
     std::filesystem::remove_all(drive);
-    return 0;
+    // Every request must have been answered: a refused client is a broken run.
+    const bool complete = service.failures == 0 &&
+                          service.roundTripsUs.size() == static_cast<size_t>(clients) * static_cast<size_t>(requests);
+    return complete ? 0 : 1;
 }

@@ -81,6 +81,8 @@ TEST_F(CommandSocket, UnknownVerbIsAnsweredByteForByte) {
     std::vector<LogLine> refusal = log().find(kUnknownVerb);
     ASSERT_EQ(refusal.size(), 1u);
     EXPECT_EQ(refusal[0].level, 4u);
+    EXPECT_EQ(refusal[0].channel, static_cast<int>(kLogError));
+    EXPECT_EQ(log().find("responded to cmd")[0].channel, static_cast<int>(kLogNormal));
     EXPECT_TRUE(log().contains("Got request id:7"));
     EXPECT_TRUE(log().contains("Sending json response for id:7"));
     EXPECT_TRUE(log().contains("JSON:{\"_msgUniqueId\":7,\"err\":\"" + kUnknownVerb + "\",\"status\":\"fail\"}"));
@@ -165,6 +167,7 @@ TEST_F(CommandSocket, LoneNulAndTwoByteMessagesAreImpossiblyShort) {
     EXPECT_EQ(client_.receiveReply(), unknownVerbReply(3));
     std::vector<LogLine> lines = log().find("Impossibly short message ignoring");
     EXPECT_EQ(lines[0].level, 5u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
     EXPECT_EQ(count("parsed msg"), 1u);
     EXPECT_EQ(count("Parsing 0 byte msg."), 1u);
     EXPECT_EQ(count("Parsing 2 byte msg."), 1u);
@@ -179,6 +182,7 @@ TEST_F(CommandSocket, LeadingBlankIsNotAJsonObject) {
     ASSERT_TRUE(client_.send(std::string(" {\"msg\":\"x\"}") + '\0'));
     ASSERT_TRUE(log().waitFor("message not JSON Obj. ignoring"));
     EXPECT_EQ(log().find("message not JSON Obj. ignoring")[0].level, 5u);
+    EXPECT_EQ(log().find("message not JSON Obj. ignoring")[0].channel, static_cast<int>(kLogError));
     ASSERT_TRUE(client_.send(request(4)));
     EXPECT_EQ(client_.receiveReply(), unknownVerbReply(4));
     EXPECT_EQ(count("parsed msg"), 1u);
@@ -187,6 +191,7 @@ TEST_F(CommandSocket, LeadingBlankIsNotAJsonObject) {
 TEST_F(CommandSocket, TextThatDoesNotParseIsRejected) {
     ASSERT_TRUE(client_.send(std::string("{\"msg\":") + '\0'));
     ASSERT_TRUE(log().waitFor("Failed to parse json rejecting message"));
+    EXPECT_EQ(log().find("Failed to parse json rejecting message")[0].channel, static_cast<int>(kLogError));
     EXPECT_TRUE(log().waitFor("parsed msg"));
     ASSERT_TRUE(client_.send(request(5)));
     EXPECT_EQ(client_.receiveReply(), unknownVerbReply(5));
@@ -235,6 +240,7 @@ TEST_F(CommandSocket, ResetConnectionIsAnUnexpectedDisconnect) {
     client_.resetClose();
     ASSERT_TRUE(log().waitFor("Client disconnected unexpectedly flagging a reap"));
     EXPECT_EQ(log().find("Client disconnected unexpectedly flagging a reap")[0].level, 3u);
+    EXPECT_EQ(log().find("Client disconnected unexpectedly flagging a reap")[0].channel, static_cast<int>(kLogError));
     EXPECT_TRUE(log().waitFor("Finished Reaping"));
 }
 
@@ -245,6 +251,7 @@ TEST_F(CommandSocket, ConnectionsAreLoggedWithPeerAddress) {
         if (line.message.rfind("Got new connection:", 0) == 0) {
             found = true;
             EXPECT_EQ(line.level, 4u);
+            EXPECT_EQ(line.channel, static_cast<int>(kLogNormal));
             EXPECT_NE(line.message.find(" from: 127.0.0.1:" + std::to_string(client_.localPort())), std::string::npos);
         }
     EXPECT_TRUE(found);
@@ -281,6 +288,7 @@ TEST(CommandSocketCapacity, SixtyThreeClientsAreAllServedAndTheLimitIsLoggedEach
     std::vector<LogLine> limits = harness.log().find(limit);
     ASSERT_GE(limits.size(), 2u);
     EXPECT_EQ(limits[0].level, 5u);
+    EXPECT_EQ(limits[0].channel, static_cast<int>(kLogError));
 }
 
 TEST(CommandSocketCapacity, ClientsBeyondTheSixtyThirdStayConnectedButAreNotRead) {
@@ -343,8 +351,9 @@ TEST_F(CommandSocket, DeeplyNestedJsonIsRefusedAndTheServiceGoesOn) {
     std::string nested = "{\"a\":" + std::string(100000, '[') + std::string(100000, ']') + "}";
     ASSERT_TRUE(client_.send(nested + '\0'));
     ASSERT_TRUE(log().waitUntil([](const LogLine& line) {
-        return line.message.rfind("exception parsing request. Caught:", 0) == 0 ||
-               line.message == "Failed to parse json rejecting message";
+        return (line.message.rfind("exception parsing request. Caught:", 0) == 0 ||
+                line.message == "Failed to parse json rejecting message") &&
+               line.channel == static_cast<int>(kLogError);
     }, 20000));
     ASSERT_TRUE(client_.send(request(8)));
     EXPECT_EQ(client_.receiveReply(), unknownVerbReply(8));

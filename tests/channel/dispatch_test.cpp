@@ -149,8 +149,11 @@ TEST_F(Dispatch, FailedSendIsLoggedAndTheNextRequestIsServed) {
     ASSERT_TRUE(client_.send(request(1, "a")));
     ASSERT_TRUE(harness_.log().waitFor("send failed with error:10054"));
     EXPECT_EQ(harness_.log().find("send failed with error:10054")[0].level, 4u);
+    EXPECT_EQ(harness_.log().find("send failed with error:10054")[0].channel, static_cast<int>(kLogError));
     ASSERT_TRUE(client_.send(request(2, "b")));
     EXPECT_EQ(replyId(client_.receiveReply()), 2);
+    ASSERT_TRUE(harness_.log().waitFor("Sending json response for id:2"));
+    EXPECT_EQ(harness_.log().find("Sending json response for id:2")[0].channel, static_cast<int>(kLogNormal));
 }
 
 TEST_F(Dispatch, EachRequestIsFollowedByAMemoryLine) {
@@ -183,12 +186,17 @@ TEST(QueueMutex, QueueThatCannotBeHadLosesTheRequest) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!attempted && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    if (taken == WAIT_OBJECT_0) EXPECT_TRUE(client_.send(request(1, "lost")));
+    if (taken == WAIT_OBJECT_0) {
+        EXPECT_TRUE(client_.send(request(1, "lost")));
+    }
     holder.join();
     ASSERT_EQ(taken, static_cast<DWORD>(WAIT_OBJECT_0));
     ASSERT_TRUE(lostLine);
     EXPECT_EQ(harness_.log().find("Failed to aquire hMsgQueueMutex after 5000MS. Request will be lost!")[0].level, 5u);
+    EXPECT_EQ(harness_.log().find("Failed to aquire hMsgQueueMutex after 5000MS. Request will be lost!")[0].channel,
+              static_cast<int>(kLogError));
     EXPECT_TRUE(harness_.log().waitFor("Failed to aquire hMsgQueueMutex after 666MS"));
+    EXPECT_EQ(harness_.log().find("Failed to aquire hMsgQueueMutex after 666MS")[0].channel, static_cast<int>(kLogError));
     // The lost request is not answered; the next one is.
     ASSERT_TRUE(client_.send(request(2, "kept")));
     EXPECT_EQ(replyId(client_.receiveReply()), 2);

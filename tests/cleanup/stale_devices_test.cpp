@@ -60,6 +60,7 @@ TEST_F(StaleDevices, RemovesTheServiceNodesWithoutHardwareIdsInTheSetsOrder) {
     std::vector<LogLine> counted = log().find("Number of stale printers removed [2].");
     ASSERT_EQ(counted.size(), 1u);
     EXPECT_EQ(counted[0].level, 3u);
+    EXPECT_EQ(counted[0].channel, static_cast<int>(kLogNormal));
     EXPECT_EQ(counted[0].function, "VexorPrintingService::removeStalePrinters");
     EXPECT_TRUE(log().contains("Done retrieving device info. Last error [259]."));
     EXPECT_EQ(simhost::setupapi::openDeviceInfoSetCount(), 0u);
@@ -95,6 +96,7 @@ TEST_F(StaleDevices, DeviceSetUnavailableIsLoggedAndThePassSkipped) {
     std::vector<LogLine> lines = log().find("Failed to get device information set. Err:5:Access is denied.");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
     EXPECT_EQ(remainingNodes().size(), 1u);
     EXPECT_FALSE(log().contains("Number of stale printers removed [0]."));
 }
@@ -125,6 +127,7 @@ TEST_F(StaleDevices, FailedReleaseOfTheSetIsLogged) {
     std::vector<LogLine> lines = log().find("Failed to destroy device info list.");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
     EXPECT_TRUE(log().contains("Number of stale printers removed [0]."));
 }
 
@@ -193,6 +196,7 @@ TEST(PrinterCleanupThread, FailedWaitEndsTheThreadWithoutFurtherPasses) {
         "WaitForSingleObject() failed on wait for wake up. waitResult [4294967295]. Err:6:The handle is invalid.");
     ASSERT_EQ(failed.size(), 1u) << harness.log().contents();
     EXPECT_EQ(failed[0].level, 4u);
+    EXPECT_EQ(failed[0].channel, static_cast<int>(kLogError));
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_EQ(harness.log().find("Number of stale printers removed [0].").size(), 1u);
     simhost::Host::get().setTimeScale(1.0);

@@ -187,6 +187,18 @@ TEST(LoggerDeathTest, ThreadsStillLogWhileTheProcessEnds) {
     EXPECT_GT(log.find("still logging").size(), 100u);
 }
 
+TEST(Logger, CaptureTellsTheChannelOfEachLineLongOnesToo) {
+    LogCapture log;
+    VX_LOG(kLogError, kNoLastError, 4, "on the error channel");
+    VX_LOG(kLogNormal, kNoLastError, 2, "%s", std::string(800, 'n').c_str());
+    VX_LOG(kLogError, kNoLastError, 5, "%s", std::string(800, 'e').c_str());
+    std::vector<LogLine> lines = log.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
+    EXPECT_EQ(lines[1].channel, static_cast<int>(kLogNormal));
+    EXPECT_EQ(lines[2].channel, static_cast<int>(kLogError));
+}
+
 TEST(Logger, LastErrorZeroEndsInZeroAndItsSystemText) {
     LogCapture log;
     SetLastError(0);

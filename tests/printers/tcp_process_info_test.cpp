@@ -7,6 +7,7 @@
 #include "simhost/core/host.h"
 #include "simhost/iphlpapi/tcp_connections.h"
 #include "simhost/kernel32/processes.h"
+#include "simhost/kernel32/threads.h"
 #include "support/ChannelRecorder.h"
 #include "support/LogCapture.h"
 #include "support/SenderAdmission.h"

@@ -121,6 +121,7 @@ TEST_F(ServiceEntry, StartedByHandTheDispatcherFailsAndTheObjectWasNotStopped) {
     std::vector<testsupport::LogLine> lines = log_.find("Destructor called but not stopped");
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0].level, 6u);
+    EXPECT_EQ(lines[0].channel, static_cast<int>(kLogError));
 }
 
 TEST_F(ServiceEntry, UnknownSwitchPrintsUsageThenTriesToRun) {
@@ -213,6 +214,7 @@ TEST_F(DispatchedService, StopThatOutlastsTenSecondsIsReportedAsFailedAndRunning
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
     ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
+    log_.recordChannels();  // the service's constructor has set its own thresholds
     SetLastError(0);
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_STOP));
     EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING, SERVICE_STOP_PENDING,
@@ -223,7 +225,8 @@ TEST_F(DispatchedService, StopThatOutlastsTenSecondsIsReportedAsFailedAndRunning
     EXPECT_EQ(written[1].type, EVENTLOG_ERROR_TYPE);
     EXPECT_EQ(written[1].strings[0], kName);
     EXPECT_TRUE(log_.waitUntil([](const testsupport::LogLine& line) {
-        return line.message.rfind("failed on wait for stop Err:", 0) == 0 && line.level == 4;
+        return line.message.rfind("failed on wait for stop Err:", 0) == 0 && line.level == 4 &&
+               line.channel == static_cast<int>(kLogError);
     }));
     // Released, the worker ends and a second stop succeeds.
     simhost::Host::get().faults().releaseCall("Sleep");
@@ -263,6 +266,7 @@ TEST_F(DispatchedService, FailedShutdownWritesItsEventLogsAndLeavesTheStatus) {
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
     ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
+    log_.recordChannels();  // the service's constructor has set its own thresholds
     ASSERT_TRUE(simhost::advapi32::deliverControl(SERVICE_CONTROL_SHUTDOWN));
     EXPECT_EQ(statesReported(), (std::vector<DWORD>{SERVICE_START_PENDING, SERVICE_RUNNING}));
     EXPECT_EQ(events().back().eventId, 0xC0000072u);
@@ -270,7 +274,7 @@ TEST_F(DispatchedService, FailedShutdownWritesItsEventLogsAndLeavesTheStatus) {
     std::string thrown = std::to_string(events().back().strings.size() == 2 ? std::stoul(narrowText(events().back().strings[1])) : 0);
     EXPECT_TRUE(log_.waitUntil([&](const testsupport::LogLine& line) {
         return line.message.rfind("Service Shutdown Error:" + thrown + " Err:", 0) == 0 && line.level == 4 &&
-               line.function == "CServiceBase::Shutdown";
+               line.function == "CServiceBase::Shutdown" && line.channel == static_cast<int>(kLogError);
     })) << log_.contents();
     simhost::Host::get().faults().releaseCall("Sleep");
     squatter.release();

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
@@ -22,6 +24,29 @@ using testsupport::TestClient;
 
 namespace {
 
+// A line's time stamp as milliseconds of its day.
+long millisecondOfDay(const LogLine& line) {
+    int hours = 0, minutes = 0, seconds = 0, millis = 0;
+    std::sscanf(line.timeStamp.c_str() + 11, "%d:%d:%d.%d", &hours, &minutes, &seconds, &millis);
+    return ((hours * 60L + minutes) * 60L + seconds) * 1000L + millis;
+}
+
+// How long a call took, in real milliseconds.
+template <class Call>
+long elapsedMs(Call call) {
+    auto started = std::chrono::steady_clock::now();
+    call();
+    return static_cast<long>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count());
+}
+
+// A limit of the service, scaled, waited out in full and not much longer; the
+// upper bound allows for a busy machine.
+void expectWaitedOut(long elapsed, long scaledLimitMs) {
+    EXPECT_GE(elapsed, scaledLimitMs - 1);
+    EXPECT_LT(elapsed, scaledLimitMs + 3000);
+}
+
 size_t indexOf(const std::vector<std::string>& messages, const std::string& text) {
     for (size_t i = 0; i < messages.size(); ++i)
         if (messages[i] == text) return i;
@@ -34,6 +59,7 @@ TEST(ServiceLifecycle, ConstructorOpensTheLogAndWritesTheVersion) {
     ASSERT_GE(lines.size(), 1u);
     EXPECT_EQ(lines[0].message, "Service version:25.6.0.51414, Short Hash = 57230ca0d");
     EXPECT_EQ(lines[0].level, 4u);
+    EXPECT_EQ(harness.log().find("worker thread stopped").size(), 0u);
     EXPECT_EQ(lines[0].function, "VexorPrintingService::VexorPrintingService");
     harness.stop();
 }
@@ -64,6 +90,8 @@ TEST(ServiceLifecycle, StartServesAndStopEndsEveryThreadInOrder) {
     EXPECT_LT(stopped, wake);
     EXPECT_LT(wake, done);
     EXPECT_LT(done, messages.size());
+    EXPECT_EQ(harness.log().find("Done OnStop()")[0].channel, static_cast<int>(kLogNormal));
+    EXPECT_EQ(harness.log().find("Done OnStop()")[0].level, 3u);
     EXPECT_TRUE(harness.waitForThreadsToEnd());
     EXPECT_TRUE(harness.log().contains("Printer cleanup thread exiting."));
     // The listening socket is closed: nothing answers any more.
@@ -80,6 +108,7 @@ TEST(ServiceLifecycle, SocketCreationIsRetriedEveryFiveSeconds) {
     ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1", 5000, 3));
     std::vector<LogLine> failures = harness.log().find("bind cmd socket failed with error 10048 on 127.0.3.1");
     EXPECT_EQ(failures[0].level, 4u);
+    EXPECT_EQ(failures[0].channel, static_cast<int>(kLogError));
     // The socket made by the first attempt is bound again, never made anew.
     const std::string made = "VexorPrintingService::_createCmdSocket made cmd socket:";
     std::vector<std::string> socketsMade;
@@ -87,6 +116,12 @@ TEST(ServiceLifecycle, SocketCreationIsRetriedEveryFiveSeconds) {
         if (line.message.rfind(made, 0) == 0) socketsMade.push_back(line.message);
     ASSERT_GE(socketsMade.size(), 3u);
     for (const std::string& message : socketsMade) EXPECT_EQ(message, socketsMade[0]);
+    // Attempts come one Sleep(5000) apart: 50 ms at this scale.
+    for (size_t i = 1; i < 3; ++i) {
+        long gap = millisecondOfDay(failures[i]) - millisecondOfDay(failures[i - 1]);
+        if (gap < 0) gap += 86400000L;  // across midnight
+        expectWaitedOut(gap, 50);
+    }
     squatter.release();
     ASSERT_TRUE(harness.log().waitFor("listen returned success"));
     TestClient client;
@@ -100,13 +135,11 @@ TEST(ServiceLifecycle, StopWhileTheWorkerSleepsInTheSocketRetryLoop) {
     harness.startWithoutWaiting();
     ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
     EXPECT_TRUE(harness.stop());
-    std::vector<std::string> messages = harness.log().messages();
-    size_t socketThread = indexOf(messages, "Socket reading thread started and it is me.");
-    size_t cleanupThread = indexOf(messages, "Printer cleanup thread started.");
-    size_t stopped = indexOf(messages, "worker thread stopped");
-    EXPECT_LT(socketThread, messages.size());
-    EXPECT_LT(cleanupThread, messages.size());
-    EXPECT_LT(socketThread, stopped);
+    // The worker started both threads before it signalled its end. The
+    // cleanup thread has run, since the stop waited for it to end; the socket
+    // thread's first line may come after the stop, so it is waited for.
+    EXPECT_TRUE(harness.log().contains("Printer cleanup thread started."));
+    EXPECT_TRUE(harness.log().waitFor("Socket reading thread started and it is me."));
     EXPECT_TRUE(harness.log().contains("Done OnStop()"));
     EXPECT_FALSE(harness.log().contains("listen returned success"));
 }
@@ -119,10 +152,14 @@ TEST(ServiceLifecycle, StopFailsWhenTheWorkerOutlastsTenSeconds) {
     harness.startWithoutWaiting();
     ASSERT_TRUE(harness.log().waitFor("bind cmd socket failed with error 10048 on 127.0.3.1"));
     ASSERT_TRUE(simhost::Host::get().faults().waitUntilBlocked("Sleep"));
-    EXPECT_FALSE(harness.stop());
+    // The stop waits out its 10 seconds: 100 ms at this scale.
+    bool stopped = true;
+    expectWaitedOut(elapsedMs([&] { stopped = harness.stop(); }), 100);
+    EXPECT_FALSE(stopped);
     std::vector<LogLine> failed = harness.log().find("failed on wait for stop Err:0:The operation completed successfully.");
     ASSERT_EQ(failed.size(), 1u) << harness.log().contents();
     EXPECT_EQ(failed[0].level, 4u);
+    EXPECT_EQ(failed[0].channel, static_cast<int>(kLogError));
     EXPECT_FALSE(harness.log().contains("worker thread stopped"));
     // The flag stays set: once released, the worker still ends.
     simhost::Host::get().faults().releaseCall("Sleep");
@@ -180,11 +217,13 @@ TEST(ServiceLifecycle, SecondStopOfTheCleanupThreadReturnsAtOnce) {
 
 TEST(ServiceLifecycle, StopOfACleanupThreadThatNeverStartedRunsIntoItsLimit) {
     ServiceHarness harness(0.01);
-    EXPECT_THROW(harness.service().stopPrinterCleanup(), DWORD);
-    EXPECT_EQ(harness.log().find("failed on waiting for printer cleanup thread to stop Err:0:The operation completed "
-                                 "successfully.")
-                  .size(),
-              1u);
+    // The stop waits out its 10 seconds: 100 ms at this scale.
+    expectWaitedOut(elapsedMs([&] { EXPECT_THROW(harness.service().stopPrinterCleanup(), DWORD); }), 100);
+    std::vector<LogLine> failed = harness.log().find(
+        "failed on waiting for printer cleanup thread to stop Err:0:The operation completed successfully.");
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_EQ(failed[0].level, 4u);
+    EXPECT_EQ(failed[0].channel, static_cast<int>(kLogError));
 }
 
 TEST(ServiceLifecycle, DestructorWithoutAStopLogsIt) {
