@@ -236,6 +236,14 @@ size_t releaseAllBlocks() {
     return blocks.size();
 }
 
+std::optional<SIZE_T> trackedBufferBytes(const void* buffer) {
+    MemoryState& state = memoryState();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    auto it = state.blocks.find(buffer);
+    if (it == state.blocks.end()) return std::nullopt;
+    return it->second.data == buffer ? it->second.size : 0;
+}
+
 void* allocateTrackedBlock(Allocator owner, SIZE_T bytes, bool zeroed) {
     return allocateBlock(owner, bytes, zeroed, false);
 }

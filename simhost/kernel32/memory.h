@@ -10,6 +10,7 @@
 #include "simhost/wintypes.h"
 
 #include <cstddef>
+#include <optional>
 
 namespace simhost {
 namespace kernel32 {
@@ -24,6 +25,14 @@ size_t badFreeCount(Allocator allocator);
 // Frees every live block of every allocator and answers how many there were.
 // For tests of code paths that leak a block on purpose.
 size_t releaseAllBlocks();
+
+// What the host knows of a buffer a caller passes: the bytes it can take
+// when it is a tracked block's memory (a fixed block's address), 0 when it
+// is a tracked handle that is no memory to write into (a movable block's
+// handle), nothing when the host does not know it (a stack or malloc
+// buffer). Lets stand-ins refuse a size that a buffer cannot take instead of
+// writing past its end.
+std::optional<SIZE_T> trackedBufferBytes(const void* buffer);
 
 // For stand-ins of other components that hand out memory of their own
 // allocator (the COM task allocator): a fixed block, or null when the

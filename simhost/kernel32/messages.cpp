@@ -54,6 +54,7 @@ constexpr SystemMessage kSystemMessages[] = {
     {317, L"The system cannot find message text for message number 0x%1 in the message file for %2."},
     {487, L"Attempt to access invalid address."},
     {735, L"ERROR_ABANDONED_WAIT_0"},
+    {998, L"Invalid access to memory location."},
     {1004, L"Invalid flags."},
     {1008, L"An attempt was made to reference a token that does not exist."},
     {1009, L"The configuration registry database is corrupt."},

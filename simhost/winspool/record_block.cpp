@@ -1,5 +1,6 @@
 #include "simhost/winspool/record_block.h"
 
+#include "simhost/kernel32/memory.h"
 #include "simhost/winspool/spooler_state.h"
 
 namespace simhost {
@@ -35,8 +36,15 @@ LPWSTR RecordBlock::multiText(const std::vector<std::wstring>& texts) {
 
 BYTE* RecordBlock::bytes(const std::vector<BYTE>& data) { return data.empty() ? nullptr : place(data.data(), data.size()); }
 
+// A buffer the host knows to be smaller than the size the caller claims is
+// refused as memory the call may not write (ERROR_NOACCESS), where Windows
+// would write past its end: a fault the caller's process would not survive.
 DWORD checkBlockArguments(LPBYTE buffer, DWORD bufferSize, LPDWORD needed) {
     if (!buffer && bufferSize) return ERROR_INVALID_USER_BUFFER;
+    if (buffer && bufferSize) {
+        std::optional<SIZE_T> room = kernel32::trackedBufferBytes(buffer);
+        if (room && *room < bufferSize) return ERROR_NOACCESS;
+    }
     return needed ? 0 : RPC_X_NULL_REF_POINTER;
 }
 

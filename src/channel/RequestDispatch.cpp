@@ -105,6 +105,16 @@ void VexorPrintingService::stampSender(ClientMsg* msg) {
 Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
     const std::string verb = getJsonString("msg", msg->json, "");
     VX_LOG(kLogNormal, kNoLastError, 2, "got peer msg:%s", verb.c_str());
+    if (verb == "createPPort") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Adding printer port");
+        Json::Value reply = _addPrinterPort(msg->json);
+        if (!reply.isMember("err")) portCreatedMark.store(0, std::memory_order_relaxed);
+        return reply;
+    }
+    if (verb == "deletePPort") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer port");
+        return _deletePrinterPort(msg->json);
+    }
     if (verb == "getTcpProcessInfo") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Getting TCP Process Info");
         return _getTcpProcessInfo(msg->json);

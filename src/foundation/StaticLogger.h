@@ -140,6 +140,16 @@ private:
                             __VA_ARGS__);                                                                     \
     } while (0)
 
+// The qualified name of the enclosing function as a constant named `name`,
+// for a helper that logs on behalf of its caller (VX_LOG_AS).
+#define VX_DECLARE_FUNCTION_NAME(name) \
+    static constexpr ::logging_detail::QualifiedName<sizeof(VX_FUNCTION_SIGNATURE)> name(VX_FUNCTION_SIGNATURE)
+
+// VX_LOG under a function name given by the caller: for a step that two
+// functions share, whose lines belong to the function it serves.
+#define VX_LOG_AS(function, channel, appendLastError, level, ...) \
+    ::StaticLogger::Log((channel), (appendLastError), (level), (function), __FILE__, __LINE__, __VA_ARGS__)
+
 // Logs the working set with the caller's function, file and line.
 #define VX_LOG_MEMORY()                                                                                   \
     do {                                                                                                  \

@@ -52,6 +52,11 @@ public:
     // its ancestors.
     Json::Value _getTcpProcessInfo(const Json::Value& request);
 
+    // Printer ports (worker thread): a raw TCP/IP port at a plugin's
+    // listener, made and removed through the TCP/IP port monitor.
+    Json::Value _addPrinterPort(const Json::Value& request);
+    Json::Value _deletePrinterPort(const Json::Value& request);
+
 private:
     typedef void (VexorPrintingService::*ThreadBody)();
     // Starts `body` on a long-running thread-pool work item; throws the last
