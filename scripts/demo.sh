@@ -37,11 +37,32 @@ send() {
   "$vexorctl" "$1" || true
 }
 
+# The spooler's TCP/IP ports as the state file shows them now: SIGUSR1 asks
+# the simulated host to write it while the service runs.
+show_ports() {
+  rm -f "$VEXOR_SIM_STATE"
+  kill -USR1 "$service_pid"
+  for _ in $(seq 50); do [ -s "$VEXOR_SIM_STATE" ] && break; sleep 0.1; done
+  python3 - "$VEXOR_SIM_STATE" <<'PY'
+import json, sys
+ports = [p for p in json.load(open(sys.argv[1]))["ports"] if p.get("monitor") == "TCPMON.DLL"]
+print("spooler's TCP/IP ports:", ", ".join("%s -> %s:%s" % (p["name"], p["hostAddress"], p["portNumber"]) for p in ports) or "none")
+PY
+}
+
 heading "A short session"
 send '{"msg":"hello","_msgUniqueId":1}'
 send '{"msg":"getTcpProcessInfo","_msgUniqueId":2,"IP":"127.0.0.1","Port":5555}'
 send '{"msg":"createPPort","_msgUniqueId":3,"pPortName":"demo port"}'
 send '{"msg":"deletePrinter"}'
+
+heading "A port for a plugin's listener, made and removed"
+show_ports
+send '{"msg":"createPPort","_msgUniqueId":4,"pPortName":"VEXOR_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
+show_ports
+send '{"msg":"createPPort","_msgUniqueId":5,"pPortName":"VEXOR_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
+send '{"msg":"deletePPort","_msgUniqueId":6,"name":"VEXOR_127.0.1.20:9101"}'
+show_ports
 
 heading "Stopping the service (SIGTERM stands for the control manager's stop)"
 kill -TERM "$service_pid"
@@ -49,7 +70,7 @@ wait "$service_pid" || true
 trap - EXIT
 
 heading "Interesting lines of the log"
-grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|stale printers removed|worker thread stopped|Done OnStop" \
+grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|Adding port|Deleting PPort|stale printers removed|worker thread stopped|Done OnStop" \
   "$log_dir"/*.txt | grep -v "JSON:" | sed -E 's/^([^ ]+) LogLevel:([0-9]).*\|([A-Za-z_:~]+)\(\)\| +/\1 L\2 \3: /'
 
 heading "What the control manager and the event log saw"

@@ -33,13 +33,7 @@ void checkKnownKeys(const Json::Value& host) {
 
 std::string stateFilePath;
 
-void writeStateAtExit() {
-    try {
-        writeStateFile(stateFilePath);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "simulated host: cannot write the state file: %s\n", e.what());
-    }
-}
+void writeStateAtExit() { writeStateFileOrReport(stateFilePath); }
 
 }  // namespace
 
@@ -63,12 +57,29 @@ Json::Value describeHostState() {
     return state;
 }
 
+// Written beside the file and then renamed over it, so that a reader never
+// sees half a state, even while the service runs.
 void writeStateFile(const std::string& path) {
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "  ";
-    std::ofstream out(path, std::ios::trunc);
-    if (!out) throw HostFileError("cannot write " + path);
-    out << Json::writeString(writer, describeHostState()) << "\n";
+    const std::string partial = path + ".partial";
+    {
+        std::ofstream out(partial, std::ios::trunc);
+        if (!out) throw HostFileError("cannot write " + path);
+        out << Json::writeString(writer, describeHostState()) << "\n";
+        if (!out.flush()) throw HostFileError("cannot write " + path);
+    }
+    std::error_code error;
+    std::filesystem::rename(partial, path, error);
+    if (error) throw HostFileError("cannot write " + path + ": " + error.message());
+}
+
+void writeStateFileOrReport(const std::string& path) {
+    try {
+        writeStateFile(path);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "simulated host: cannot write the state file: %s\n", e.what());
+    }
 }
 
 void prepareProcessFromEnvironment() {
@@ -86,7 +97,7 @@ void prepareProcessFromEnvironment() {
         stateFilePath = stateFile;
         std::atexit(writeStateAtExit);
     }
-    startControlSignalBridge();
+    startControlSignalBridge(stateFilePath);
 }
 
 }  // namespace simhost

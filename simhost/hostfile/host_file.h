@@ -33,5 +33,7 @@ void applyHostDescription(const Json::Value& host, const std::string& baseDirect
 // The machine's state as the state file holds it.
 Json::Value describeHostState();
 void writeStateFile(const std::string& path);
+// The same, with a failure told on standard error instead of thrown.
+void writeStateFileOrReport(const std::string& path);
 
 }  // namespace simhost

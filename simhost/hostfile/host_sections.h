@@ -26,8 +26,10 @@ const std::vector<HostSection>& hostSections();
 bool isHostSection(const std::string& key);
 
 // When the host says the process was started by the control manager,
-// SIGTERM and SIGINT become stop controls for the service.
-void startControlSignalBridge();
+// SIGTERM and SIGINT become stop controls for the service. With a state
+// file named, SIGUSR1 writes the machine's state there at once, so that a
+// running service's spooler can be looked at.
+void startControlSignalBridge(const std::string& stateFilePath);
 
 // Readers that name what is wrong, for the sections.
 std::string requireString(const Json::Value& value, const std::string& what);

@@ -148,6 +148,41 @@ TEST_F(ServiceProcess, RunsUnderTheControlManagerAnswersAndStopsOnSigterm) {
     EXPECT_EQ(log.find("Destructor called but not stopped"), std::string::npos);
 }
 
+// The state file on request (SIGUSR1) shows a port come and go while the
+// service runs.
+TEST_F(ServiceProcess, PortVerbsFromVexorctlShowInTheStateFileOnRequest) {
+    startService();
+    ASSERT_TRUE(waitForLog("listen returned success")) << logText();
+    auto tcpPortsNow = [&] {
+        fs::remove(statePath());
+        kill(pid_, SIGUSR1);
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (!fs::exists(statePath()) && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        Json::Value state;
+        std::ifstream stateFile(statePath());
+        std::string errors;
+        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stateFile, &state, &errors)) << errors;
+        std::vector<std::string> ports;
+        for (const Json::Value& port : state["ports"])
+            if (port["monitor"].asString() == "TCPMON.DLL")
+                ports.push_back(port["name"].asString() + "->" + port["hostAddress"].asString() + ":" +
+                                port["portNumber"].asString());
+        return ports;
+    };
+    EXPECT_TRUE(tcpPortsNow().empty());
+    ProgramResult made = vexorctl(
+        "--raw '{\"msg\":\"createPPort\",\"_msgUniqueId\":1,\"pPortName\":\"VEXOR_127.0.1.20:9101\","
+        "\"IP\":\"127.0.1.20\",\"port\":9101}'");
+    EXPECT_EQ(made.output, "{\"_msgUniqueId\":1,\"status\":\"success\"}\n");
+    EXPECT_EQ(tcpPortsNow(), std::vector<std::string>{"VEXOR_127.0.1.20:9101->127.0.1.20:9101"});
+    ProgramResult removed =
+        vexorctl("--raw '{\"msg\":\"deletePPort\",\"_msgUniqueId\":2,\"name\":\"VEXOR_127.0.1.20:9101\"}'");
+    EXPECT_EQ(removed.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
+    EXPECT_TRUE(tcpPortsNow().empty());
+    EXPECT_EQ(stopService(), 0);
+}
+
 TEST_F(ServiceProcess, StartedByHandPrintsTheDispatcherFailure) {
     fs::path handHost = root_ / "by-hand.json";
     std::ofstream(handHost) << "{ \"drives\": { \"C\": \"drive-c\" }, "
