@@ -7,6 +7,12 @@
 // machine cost by themselves.
 //
 //   command_load [clients=8] [requests-per-client=500]
+//   command_load ports [count=1000]
+//
+// The second form measures the port verbs: one client makes `count` raw
+// TCP/IP ports with createPPort and removes them with deletePPort, at 100
+// ports and at `count`, so that the growth of the per-port cost shows; the
+// echo server's round trip of the same run is the reference.
 #include "bench/command_load/service_side.h"
 
 #include <arpa/inet.h>
@@ -21,6 +27,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,12 +60,14 @@ int connectTo(const char* address, int port) {
     return -1;
 }
 
-// Sends `message` (NUL included) and reads up to the reply's NUL.
-bool roundTrip(int fd, const std::string& message, std::string& pending) {
+// Sends `message` (NUL included) and reads up to the reply's NUL; the reply
+// without its NUL goes to `reply` when asked for.
+bool roundTrip(int fd, const std::string& message, std::string& pending, std::string* reply = nullptr) {
     if (::send(fd, message.data(), message.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(message.size())) return false;
     for (;;) {
         size_t nul = pending.find('\0');
         if (nul != std::string::npos) {
+            if (reply) reply->assign(pending, 0, nul);
             pending.erase(0, nul + 1);
             return true;
         }
@@ -171,7 +180,65 @@ private:
 
 }  // namespace
 
+// One client's round trips of the messages `make(i)` for i below `count`;
+// false at the first one that fails or is not answered with success.
+bool timeVerb(int fd, std::string& pending, int count, const std::function<std::string(int)>& make,
+              RunResult& result) {
+    auto started = Clock::now();
+    for (int i = 0; i < count; ++i) {
+        std::string message = make(i);
+        message.push_back('\0');
+        auto sent = Clock::now();
+        std::string reply;
+        if (!roundTrip(fd, message, pending, &reply)) return false;
+        if (reply.find("\"status\":\"success\"") == std::string::npos) {
+            std::fprintf(stderr, "refused: %s\n", reply.c_str());
+            return false;
+        }
+        result.roundTripsUs.push_back(std::chrono::duration<double, std::micro>(Clock::now() - sent).count());
+    }
+    result.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    return true;
+}
+
+std::string portRequest(const char* verb, int i) {
+    std::string name = "VEXOR_127.0.1.20:" + std::to_string(10000 + i);
+    if (std::string(verb) == "deletePPort")
+        return "{\"msg\":\"deletePPort\",\"_msgUniqueId\":" + std::to_string(i) + ",\"name\":\"" + name + "\"}";
+    return "{\"msg\":\"createPPort\",\"_msgUniqueId\":" + std::to_string(i) + ",\"pPortName\":\"" + name +
+           "\",\"IP\":\"127.0.1.20\",\"port\":" + std::to_string(10000 + i) + "}";
+}
+
+// Makes and removes `count` ports on a freshly started service; false when
+// any request failed.
+bool measurePortVerbs(int count) {
+    std::string drive = startServiceOnSimulatedHost();
+    int fd = connectTo("127.0.3.1", 5555);
+    std::string pending;
+    RunResult made, removed;
+    bool complete = fd >= 0 && timeVerb(fd, pending, count, [](int i) { return portRequest("createPPort", i); }, made) &&
+                    timeVerb(fd, pending, count, [](int i) { return portRequest("deletePPort", i); }, removed);
+    if (fd >= 0) ::close(fd);
+    stopService();
+    std::filesystem::remove_all(drive);
+    std::printf("%5d ports  createPPort %8.1f us/port  deletePPort %8.1f us/port\n", count,
+                made.seconds * 1e6 / std::max(1, count), removed.seconds * 1e6 / std::max(1, count));
+    return complete && made.roundTripsUs.size() == static_cast<size_t>(count) &&
+           removed.roundTripsUs.size() == static_cast<size_t>(count);
+}
+
+int portsMain(int count) {
+    {
+        EchoServer echo;
+        report("echo server", runClients("127.0.0.1", echo.port(), 1, 500));
+    }
+    bool complete = measurePortVerbs(std::min(count, 100));
+    if (count > 100) complete = measurePortVerbs(count) && complete;
+    return complete ? 0 : 1;
+}
+
 int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "ports") return portsMain(argc > 2 ? std::atoi(argv[2]) : 1000);
     int clients = argc > 1 ? std::atoi(argv[1]) : 8;
     int requests = argc > 2 ? std::atoi(argv[2]) : 500;
     std::printf("%d clients x %d requests each\n", clients, requests);
