@@ -38,16 +38,6 @@ size_t endOfListFlags(const std::wstring& text, size_t position) {
     return position;
 }
 
-std::vector<std::wstring> fieldsOf(const std::wstring& text) {
-    std::vector<std::wstring> fields;
-    size_t start = 0;
-    for (size_t semicolon = text.find(L';'); semicolon != std::wstring::npos; semicolon = text.find(L';', start)) {
-        fields.push_back(text.substr(start, semicolon - start));
-        start = semicolon + 1;
-    }
-    fields.push_back(text.substr(start));
-    return fields;
-}
 
 // The documented conversion of an allowed object entry without either GUID
 // into a plain allowed entry; object entries with GUIDs are not modelled.
@@ -61,7 +51,7 @@ std::optional<BYTE> aceTypeOfFields(const std::vector<std::wstring>& fields) {
 
 // One entry: the text between its parentheses.
 DWORD readAce(const std::wstring& text, AceRecord& ace) {
-    std::vector<std::wstring> fields = fieldsOf(text);
+    std::vector<std::wstring> fields = splitAt(text, L';');
     if (fields.size() != kAceFields) return ERROR_INVALID_ACL;
     std::optional<BYTE> type = aceTypeOfFields(fields);
     std::optional<DWORD> flags = valueOfNames(aceFlagNames(), fields[1]);

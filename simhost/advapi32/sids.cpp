@@ -59,20 +59,10 @@ std::optional<unsigned long long> numberOfText(const std::wstring& text, unsigne
     return numberOfDigits(text, 10, largest);
 }
 
-std::vector<std::wstring> splitAtDashes(const std::wstring& text) {
-    std::vector<std::wstring> fields;
-    size_t start = 0;
-    for (size_t dash = text.find(L'-'); dash != std::wstring::npos; dash = text.find(L'-', start)) {
-        fields.push_back(text.substr(start, dash - start));
-        start = dash + 1;
-    }
-    fields.push_back(text.substr(start));
-    return fields;
-}
 
 // "S-1-<authority>-<sub-authority>...", with up to 15 sub-authorities.
 std::optional<SidParts> partsOfStandardText(const std::wstring& text) {
-    std::vector<std::wstring> fields = splitAtDashes(text);
+    std::vector<std::wstring> fields = splitAt(text, L'-');
     if (fields.size() < 3 || fields[0] != L"S" || fields[1] != L"1") return std::nullopt;
     if (fields.size() - 3 > SID_MAX_SUB_AUTHORITIES) return std::nullopt;
     SidParts parts;
@@ -115,6 +105,17 @@ std::wstring hexAuthorityText(unsigned long long authority) {
 }
 
 }  // namespace
+
+std::vector<std::wstring> splitAt(const std::wstring& text, wchar_t separator) {
+    std::vector<std::wstring> fields;
+    size_t start = 0;
+    for (size_t at = text.find(separator); at != std::wstring::npos; at = text.find(separator, start)) {
+        fields.push_back(text.substr(start, at - start));
+        start = at + 1;
+    }
+    fields.push_back(text.substr(start));
+    return fields;
+}
 
 bool hasHexPrefix(const std::wstring& text) {
     return text.size() > 2 && text[0] == L'0' && (text[1] == L'x' || text[1] == L'X');
