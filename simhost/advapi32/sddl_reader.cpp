@@ -38,7 +38,6 @@ size_t endOfListFlags(const std::wstring& text, size_t position) {
     return position;
 }
 
-
 // The documented conversion of an allowed object entry without either GUID
 // into a plain allowed entry; object entries with GUIDs are not modelled.
 std::optional<BYTE> aceTypeOfFields(const std::vector<std::wstring>& fields) {
