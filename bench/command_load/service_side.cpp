@@ -1,6 +1,7 @@
 #include "bench/command_load/service_side.h"
 
 #include "service/VexorPrintingService.h"
+#include "simhost/core/host.h"
 #include "simhost/hostfile/host_file.h"
 #include "simhost/kernel32/threads.h"
 
@@ -57,4 +58,6 @@ void stopService() {
     service->OnStop();
     simhost::waitForIdleWorkItems(10000);
     service.reset();
+    // A new machine for the next start.
+    simhost::Host::get().reset();
 }
