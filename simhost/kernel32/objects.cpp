@@ -44,9 +44,12 @@ DWORD WaitableObject::wait(DWORD milliseconds) {
 
 bool waitUntilWaiting(HANDLE handle, size_t count, unsigned timeoutMs) {
     std::shared_ptr<WaitableObject> object = lookupHandle<WaitableObject>(handle);
-    if (!object) return false;
+    return object && pollUntil([&] { return object->waiters() >= count; }, timeoutMs);
+}
+
+bool pollUntil(const std::function<bool()>& reached, unsigned timeoutMs) {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (object->waiters() < count) {
+    while (!reached()) {
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

@@ -104,6 +104,11 @@ NamedObject openOrCreateNamedObject(const std::wstring& name,
 // thread is inside its wait.
 bool waitUntilWaiting(HANDLE handle, size_t count = 1, unsigned timeoutMs = 10000);
 
+// For the test API's waits on other threads: asks `reached` every real
+// millisecond until it answers true (then true) or `timeoutMs` real
+// milliseconds have passed (then false).
+bool pollUntil(const std::function<bool()>& reached, unsigned timeoutMs);
+
 // Test API: open handles, all or of one type name, to find handle leaks.
 size_t openHandleCount();
 size_t openHandleCount(const std::string& typeName);

@@ -138,6 +138,12 @@ size_t openSocketCount() {
     return table.sockets.size();
 }
 
+bool waitUntilInCall(SOCKET s, size_t count, unsigned timeoutMs) {
+    std::shared_ptr<Socket> socket = findSocket(s);
+    // The table holds one reference and `socket` another; each call one more.
+    return socket && pollUntil([&] { return static_cast<size_t>(socket.use_count()) >= count + 2; }, timeoutMs);
+}
+
 // ---- For the TCP connection table (iphlpapi) ----
 
 void forEachOpenSocket(const std::function<void(const Socket&)>& visit) {

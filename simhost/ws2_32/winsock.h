@@ -215,5 +215,13 @@ namespace ws2_32 {
 // Sockets open on the host now: made by socket or accept and not yet closed.
 size_t openSocketCount();
 
+// Waits until at least `count` calls of other threads (accept, recv, send,
+// connect, select, ...) hold the open socket `s`, for at most `timeoutMs`
+// real milliseconds; false when they did not, or `s` is no open socket. A
+// call holds its socket from the moment it has found it until it returns,
+// so a closesocket after this interrupts those calls (WSAEINTR) even if they
+// have not reached Linux's blocking call yet.
+bool waitUntilInCall(SOCKET s, size_t count = 1, unsigned timeoutMs = 10000);
+
 }  // namespace ws2_32
 }  // namespace simhost

@@ -18,6 +18,7 @@
 
 using namespace simhost::advapi32;
 using kernel32_test::eventually;
+using kernel32_test::Gate;
 
 namespace {
 
@@ -37,7 +38,8 @@ struct FakeService {
     static inline DWORD mainThread = 0;
     static inline std::atomic<SERVICE_STATUS_HANDLE> statusHandle{nullptr};
     static inline std::atomic<bool> failStart{false};
-    static inline std::atomic<bool> holdHandler{false};
+    // The handler waits here before it acts; open unless a test closes it.
+    static inline Gate handlerGate{true};
 
     static void reset() {
         std::lock_guard<std::mutex> lock(mutex);
@@ -47,7 +49,7 @@ struct FakeService {
         mainThread = 0;
         statusHandle = nullptr;
         failStart = false;
-        holdHandler = false;
+        handlerGate.open();
     }
 
     static BOOL report(DWORD state, DWORD accepted, DWORD exitCode = 0) {
@@ -75,7 +77,7 @@ struct FakeService {
             controls.push_back(control);
             handlerThreads.push_back(GetCurrentThreadId());
         }
-        while (holdHandler) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        handlerGate.pass();
         if (control == SERVICE_CONTROL_STOP) report(SERVICE_STOP_PENDING, 0);
         if (control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_SHUTDOWN) report(SERVICE_STOPPED, 0);
     }
@@ -544,7 +546,7 @@ TEST_F(Advapi32Services, ControlsTheServiceDoesNotAcceptAreRefused) {
 TEST_F(Advapi32Services, PendingStatesRefuseControls) {
     installAndClose();
     setStartedByControlManager(true);
-    FakeService::holdHandler = true;
+    FakeService::handlerGate.close();
     DispatcherThread dispatcher;
     ASSERT_TRUE(reached(SERVICE_RUNNING));
     SC_HANDLE manager = openManager(SC_MANAGER_CONNECT);
@@ -559,7 +561,7 @@ TEST_F(Advapi32Services, PendingStatesRefuseControls) {
     EXPECT_FALSE(ControlService(service, SERVICE_CONTROL_INTERROGATE, &status));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_CANNOT_ACCEPT_CTRL));
     EXPECT_EQ(status.dwCurrentState, static_cast<DWORD>(SERVICE_STOP_PENDING));
-    FakeService::holdHandler = false;
+    FakeService::handlerGate.open();
     stopper.join();
     dispatcher.join();
     EXPECT_TRUE(CloseServiceHandle(service));
@@ -569,7 +571,7 @@ TEST_F(Advapi32Services, PendingStatesRefuseControls) {
 TEST_F(Advapi32Services, HandlerThatDoesNotReturnTimesTheControlOut) {
     installAndClose();
     setStartedByControlManager(true);
-    FakeService::holdHandler = true;
+    FakeService::handlerGate.close();
     DispatcherThread dispatcher;
     ASSERT_TRUE(reached(SERVICE_RUNNING));
     SC_HANDLE manager = openManager(SC_MANAGER_CONNECT);
@@ -579,7 +581,7 @@ TEST_F(Advapi32Services, HandlerThatDoesNotReturnTimesTheControlOut) {
     EXPECT_FALSE(ControlService(service, SERVICE_CONTROL_INTERROGATE, &status));
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_SERVICE_REQUEST_TIMEOUT));
     simhost::Host::get().setTimeScale(1.0);
-    FakeService::holdHandler = false;
+    FakeService::handlerGate.open();
     EXPECT_TRUE(ControlService(service, SERVICE_CONTROL_STOP, &status));
     dispatcher.join();
     EXPECT_TRUE(CloseServiceHandle(service));

@@ -27,9 +27,18 @@ namespace {
 
 constexpr DWORD kUntouched = 0xDEADBEEF;
 constexpr DWORD kLoaderId = 5000;
+constexpr DWORD kServiceId = 4242;
 constexpr DWORD kRowsOffset = 4;
 
-class TcpTable : public ws2_32_test::StartedWinsock {};
+// The service's own id is fixed, so that no row's owner can be mistaken for
+// another whatever the real process id is.
+class TcpTable : public ws2_32_test::StartedWinsock {
+protected:
+    void SetUp() override {
+        StartedWinsock::SetUp();
+        simhost::setCurrentProcessId(kServiceId);
+    }
+};
 
 DWORD askSize(DWORD& size, BOOL order = TRUE, TCP_TABLE_CLASS tableClass = TCP_TABLE_OWNER_PID_CONNECTIONS) {
     size = 0;
@@ -84,7 +93,7 @@ struct OutsideConnection {
 };
 
 bool eventuallyRows(size_t count) {
-    return kernel32_test::eventually([&] { return readTable().size() == count; }, std::chrono::seconds(2));
+    return kernel32_test::eventually([&] { return readTable().size() == count; });
 }
 
 // ---- The size protocol and the layout ----
@@ -102,7 +111,7 @@ TEST_F(TcpTable, AnEmptyTableNeedsRoomForItsCountAlone) {
 
 TEST_F(TcpTable, TooSmallABufferGetsTheSizeNeeded) {
     simhost::iphlpapi::addTcpConnection(connection("127.0.0.1", 50000, "127.0.3.1", 5555, kLoaderId));
-    simhost::iphlpapi::addTcpConnection(connection("127.0.3.1", 5555, "127.0.0.1", 50000, 4242));
+    simhost::iphlpapi::addTcpConnection(connection("127.0.3.1", 5555, "127.0.0.1", 50000, kServiceId));
     MIB_TCPTABLE_OWNER_PID buffer[3];
     DWORD size = 4 + 2 * 24 - 1;
     SetLastError(kUntouched);
@@ -175,7 +184,6 @@ TEST_F(TcpTable, AnInjectedFailureIsTheAnswer) {
 // ---- The host's own connections ----
 
 TEST_F(TcpTable, BothEndsOfAHostConnectionAreRowsOfTheService) {
-    simhost::setCurrentProcessId(4242);
     simhost::iphlpapi::setDefaultOutsideEndOwner(kLoaderId);
     SOCKET listener = ws2_32_test::newListener();
     ws2_32_test::Connection ends = ws2_32_test::newConnection(listener);
@@ -191,7 +199,7 @@ TEST_F(TcpTable, BothEndsOfAHostConnectionAreRowsOfTheService) {
     EXPECT_EQ(clientRow->dwRemotePort, server.sin_port);
     for (const MIB_TCPROW_OWNER_PID& row : rows) {
         EXPECT_EQ(row.dwState, static_cast<DWORD>(MIB_TCP_STATE_ESTAB));
-        EXPECT_EQ(row.dwOwningPid, 4242u);
+        EXPECT_EQ(row.dwOwningPid, kServiceId);
     }
 }
 
@@ -207,7 +215,7 @@ TEST_F(TcpTable, ListenersAreRowsOfTheListenerClassesOnly) {
         EXPECT_EQ(rows[0].dwLocalPort, listening.sin_port);
         EXPECT_EQ(rows[0].dwRemoteAddr, 0u);
         EXPECT_EQ(rows[0].dwRemotePort, 0u);
-        EXPECT_EQ(rows[0].dwOwningPid, GetCurrentProcessId());
+        EXPECT_EQ(rows[0].dwOwningPid, kServiceId);
     }
 }
 
@@ -246,7 +254,7 @@ TEST_F(TcpTable, AnOutsideEndWithoutOwnerHasNoRow) {
     EXPECT_EQ(rows[0].dwLocalPort, outside.listening.sin_port);
     EXPECT_EQ(rows[0].dwRemoteAddr, outside.peer.sin_addr.s_addr);
     EXPECT_EQ(rows[0].dwRemotePort, outside.peer.sin_port);
-    EXPECT_EQ(rows[0].dwOwningPid, GetCurrentProcessId());
+    EXPECT_EQ(rows[0].dwOwningPid, kServiceId);
     EXPECT_EQ(rowWithLocalEnd(rows, outside.peer), nullptr);
 }
 

@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -369,9 +368,10 @@ TEST_F(Processes, AProcessHandleIsSignalledOnceTheProcessExits) {
     HANDLE process = openLoader(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION);
     EXPECT_EQ(WaitForSingleObject(process, 0), WAIT_TIMEOUT);
     std::atomic<DWORD> waited{kUntouched};
-    std::thread waiter([&] { waited = WaitForSingleObject(process, INFINITE); });
-    EXPECT_FALSE(kernel32_test::eventually([&] { return waited != kUntouched; }, std::chrono::milliseconds(50)));
-    ASSERT_TRUE(simhost::kernel32::markExited(kLoaderId));
+    std::thread waiter([&] { waited = WaitForSingleObject(process, kernel32_test::kBoundedWait); });
+    EXPECT_TRUE(simhost::waitUntilWaiting(process));
+    EXPECT_EQ(waited.load(), kUntouched);
+    EXPECT_TRUE(simhost::kernel32::markExited(kLoaderId));
     waiter.join();
     EXPECT_EQ(waited.load(), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(process, 0), WAIT_OBJECT_0);
@@ -380,8 +380,11 @@ TEST_F(Processes, AProcessHandleIsSignalledOnceTheProcessExits) {
 
 TEST_F(Processes, RemovingAProcessEndsTheWaitsOnIt) {
     HANDLE process = openLoader(SYNCHRONIZE);
-    std::thread remover([] { simhost::kernel32::removeProcess(kLoaderId); });
-    EXPECT_EQ(WaitForSingleObject(process, 5000), WAIT_OBJECT_0);
+    std::thread remover([process] {
+        EXPECT_TRUE(simhost::waitUntilWaiting(process));
+        simhost::kernel32::removeProcess(kLoaderId);
+    });
+    EXPECT_EQ(WaitForSingleObject(process, kernel32_test::kBoundedWait), WAIT_OBJECT_0);
     remover.join();
     CloseHandle(process);
 }

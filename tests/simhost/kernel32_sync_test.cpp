@@ -13,6 +13,7 @@
 
 using kernel32_test::elapsedSince;
 using kernel32_test::eventually;
+using kernel32_test::kBoundedWait;
 using kernel32_test::onNewThread;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -68,12 +69,14 @@ TEST_F(Kernel32Sync, AutoResetEventReleasesExactlyOneBlockedWaiter) {
     std::vector<std::thread> waiters;
     for (int i = 0; i < 3; ++i)
         waiters.emplace_back([&] {
-            if (WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0) ++released;
+            if (WaitForSingleObject(event, kBoundedWait) == WAIT_OBJECT_0) ++released;
         });
-    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(simhost::waitUntilWaiting(event, 3));
     EXPECT_EQ(SetEvent(event), TRUE);
     EXPECT_TRUE(eventually([&] { return released == 1; }));
-    std::this_thread::sleep_for(milliseconds(100));
+    // A second waiter let through would show within this time; a short one
+    // can only miss it, never fail a correct event.
+    std::this_thread::sleep_for(milliseconds(50));
     EXPECT_EQ(released.load(), 1);
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
     // A signal nobody has taken yet is not counted twice, so each waits
@@ -91,33 +94,36 @@ TEST_F(Kernel32Sync, ManualResetEventReleasesEveryBlockedWaiter) {
     std::vector<std::thread> waiters;
     for (int i = 0; i < 3; ++i)
         waiters.emplace_back([&] {
-            if (WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0) ++released;
+            if (WaitForSingleObject(event, kBoundedWait) == WAIT_OBJECT_0) ++released;
         });
-    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(simhost::waitUntilWaiting(event, 3));
     EXPECT_EQ(SetEvent(event), TRUE);
     for (std::thread& waiter : waiters) waiter.join();
     EXPECT_EQ(released.load(), 3);
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
 }
 
-TEST_F(Kernel32Sync, InfiniteWaitEndsWhenAnotherThreadSetsTheEvent) {
-    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-    std::thread setter([event] {
-        std::this_thread::sleep_for(milliseconds(50));
+// Sets the event once this thread waits on it: the wait is then ended by
+// the signal, not already satisfied when it begins. Sets it anyway when no
+// wait came, so that a failing test does not hang.
+std::thread setOnceWaitedOn(HANDLE event) {
+    return std::thread([event] {
+        EXPECT_TRUE(simhost::waitUntilWaiting(event));
         SetEvent(event);
     });
-    auto start = steady_clock::now();
+}
+
+TEST_F(Kernel32Sync, InfiniteWaitEndsWhenAnotherThreadSetsTheEvent) {
+    HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    std::thread setter = setOnceWaitedOn(event);
     EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
-    EXPECT_GE(elapsedSince(start), milliseconds(40));
     setter.join();
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
 }
 
 TEST_F(Kernel32Sync, FiniteWaitEndsWhenAnotherThreadSetsTheEvent) {
     HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    std::thread setter([event] {
-        std::this_thread::sleep_for(milliseconds(50));
-        SetEvent(event);
-    });
+    std::thread setter = setOnceWaitedOn(event);
     auto start = steady_clock::now();
     EXPECT_EQ(WaitForSingleObject(event, 10000), WAIT_OBJECT_0);
     EXPECT_LT(elapsedSince(start), milliseconds(5000));
@@ -233,8 +239,8 @@ TEST_F(Kernel32Sync, WaitGoesOnWhenItsHandleIsClosedMeanwhile) {
     HANDLE event = CreateEventW(nullptr, TRUE, FALSE, L"Vexor.Kept");
     HANDLE other = CreateEventW(nullptr, TRUE, FALSE, L"Vexor.Kept");
     std::atomic<DWORD> result{0};
-    std::thread waiter([&] { result = WaitForSingleObject(event, INFINITE); });
-    std::this_thread::sleep_for(milliseconds(30));
+    std::thread waiter([&] { result = WaitForSingleObject(event, kBoundedWait); });
+    EXPECT_TRUE(simhost::waitUntilWaiting(event));
     EXPECT_EQ(CloseHandle(event), TRUE);
     EXPECT_EQ(SetEvent(other), TRUE);
     waiter.join();
@@ -271,7 +277,7 @@ TEST_F(Kernel32Sync, BlockedWaitGoesOnWhenReleased) {
     faults().blockCall("WaitForSingleObject");
     std::atomic<DWORD> result{WAIT_FAILED};
     std::thread waiter([&] { result = WaitForSingleObject(event, 0); });
-    EXPECT_TRUE(eventually([&] { return faults().blockedCount("WaitForSingleObject") == 1; }));
+    EXPECT_TRUE(faults().waitUntilBlocked("WaitForSingleObject"));
     EXPECT_EQ(result.load(), WAIT_FAILED);
     faults().releaseCall("WaitForSingleObject");
     waiter.join();
@@ -315,10 +321,10 @@ TEST_F(Kernel32Sync, ReleasedMutexPassesToTheBlockedWaiter) {
     std::atomic<DWORD> result{WAIT_FAILED};
     std::atomic<DWORD> releasedByWaiter{FALSE};
     std::thread waiter([&] {
-        result = WaitForSingleObject(mutex, INFINITE);
+        result = WaitForSingleObject(mutex, kBoundedWait);
         releasedByWaiter = ReleaseMutex(mutex);
     });
-    std::this_thread::sleep_for(milliseconds(30));
+    EXPECT_TRUE(simhost::waitUntilWaiting(mutex));
     EXPECT_EQ(result.load(), WAIT_FAILED);
     EXPECT_EQ(ReleaseMutex(mutex), TRUE);
     waiter.join();
@@ -356,14 +362,15 @@ TEST_F(Kernel32Sync, BlockedWaiterGetsTheMutexAbandonedByItsEndingOwner) {
     std::thread owner([&] {
         WaitForSingleObject(mutex, 0);
         SetEvent(ownerHasIt);
-        WaitForSingleObject(ownerMayEnd, INFINITE);
+        WaitForSingleObject(ownerMayEnd, kBoundedWait);
     });
-    EXPECT_EQ(WaitForSingleObject(ownerHasIt, 5000), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(ownerHasIt, kBoundedWait), WAIT_OBJECT_0);
+    // The owner ends only once this thread waits for the mutex.
     std::thread ender([&] {
-        std::this_thread::sleep_for(milliseconds(30));
+        EXPECT_TRUE(simhost::waitUntilWaiting(mutex));
         SetEvent(ownerMayEnd);
     });
-    EXPECT_EQ(WaitForSingleObject(mutex, INFINITE), WAIT_ABANDONED);
+    EXPECT_EQ(WaitForSingleObject(mutex, kBoundedWait), WAIT_ABANDONED);
     owner.join();
     ender.join();
     EXPECT_EQ(ReleaseMutex(mutex), TRUE);
@@ -447,7 +454,7 @@ TEST_F(Kernel32Sync, SleepLeavesTheLastErrorAloneAndCanBeBlocked) {
         Sleep(0);
         slept = true;
     });
-    EXPECT_TRUE(eventually([&] { return faults().blockedCount("Sleep") == 1; }));
+    EXPECT_TRUE(faults().waitUntilBlocked("Sleep"));
     EXPECT_FALSE(slept.load());
     faults().releaseCall("Sleep");
     sleeper.join();

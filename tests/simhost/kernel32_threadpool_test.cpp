@@ -7,40 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <thread>
 
 using kernel32_test::eventually;
+using kernel32_test::Gate;
 
 namespace {
-
-// A gate work items wait at, made of standard primitives so that it outlives
-// Host::reset.
-class Gate {
-public:
-    void pass() {
-        std::unique_lock<std::mutex> hold(mutex_);
-        ++waiting_;
-        opened_.wait(hold, [this] { return open_; });
-    }
-    void open() {
-        {
-            std::lock_guard<std::mutex> hold(mutex_);
-            open_ = true;
-        }
-        opened_.notify_all();
-    }
-    int waiting() {
-        std::lock_guard<std::mutex> hold(mutex_);
-        return waiting_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable opened_;
-    bool open_ = false;
-    int waiting_ = 0;
-};
 
 struct Recorded {
     std::atomic<int> runs{0};
@@ -133,7 +105,7 @@ TEST_F(Kernel32ThreadPool, BlockedQueueCallGoesOnWhenReleased) {
     faults.blockCall("QueueUserWorkItem");
     std::atomic<BOOL> queued{FALSE};
     std::thread caller([&] { queued = QueueUserWorkItem(recordRun, &recorded, WT_EXECUTEDEFAULT); });
-    EXPECT_TRUE(eventually([&] { return faults.blockedCount("QueueUserWorkItem") == 1; }));
+    EXPECT_TRUE(faults.waitUntilBlocked("QueueUserWorkItem"));
     EXPECT_EQ(recorded.runs.load(), 0);
     faults.releaseCall("QueueUserWorkItem");
     caller.join();

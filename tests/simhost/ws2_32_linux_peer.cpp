@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -21,6 +22,10 @@ int connectTo(uint32_t address, uint16_t port) {
 }
 
 int receiveOnce(int descriptor) {
+    pollfd watched = {descriptor, POLLIN, 0};
+    int ready = ::poll(&watched, 1, 10000);
+    if (ready < 0) return -errno;
+    if (ready == 0) return -ETIMEDOUT;
     char buffer[16];
     ssize_t count = ::recv(descriptor, buffer, sizeof buffer, 0);
     return count < 0 ? -errno : static_cast<int>(count);

@@ -11,7 +11,8 @@ namespace linux_peer {
 // A connected descriptor, or -1. Address and port in network byte order.
 int connectTo(uint32_t address, uint16_t port);
 // What one recv of up to 16 bytes gives: the byte count, 0 for the orderly
-// end, or the negated errno.
+// end, or the negated errno; -ETIMEDOUT when nothing came within ten
+// seconds.
 int receiveOnce(int descriptor);
 void close(int descriptor);
 

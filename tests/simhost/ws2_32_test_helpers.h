@@ -2,6 +2,7 @@
 // host, and listeners and connections on real loopback sockets.
 #pragma once
 
+#include "kernel32_test_helpers.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/kernel32.h"
 #include "simhost/ws2_32/winsock.h"
@@ -11,6 +12,9 @@
 #include <chrono>
 
 namespace ws2_32_test {
+
+using kernel32_test::elapsedSince;
+using kernel32_test::eventually;
 
 // The command endpoint's address: a loopback address other than 127.0.0.1.
 constexpr const char* kCommandAddress = "127.0.3.1";
@@ -83,8 +87,19 @@ inline void closeWithReset(SOCKET s) {
     EXPECT_EQ(closesocket(s), 0);
 }
 
-inline std::chrono::milliseconds elapsedSince(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+// A select time-out for what must come: select returns as soon as it has,
+// and a test whose socket never gets ready fails after it.
+constexpr timeval kReadyWithin = {10, 0};
+
+// Whether `s` becomes readable within kReadyWithin: bytes, an end or a
+// reset have arrived, or a connection waits to be accepted. Loopback
+// delivers them almost at once, but not within the sending call for sure;
+// a test that checks several sockets at once waits for each first.
+inline bool becomesReadable(SOCKET s) {
+    fd_set read;
+    FD_ZERO(&read);
+    FD_SET(s, &read);
+    return select(0, &read, nullptr, nullptr, &kReadyWithin) == 1;
 }
 
 }  // namespace ws2_32_test
