@@ -17,10 +17,10 @@ using PromotedWint = std::conditional_t<(sizeof(wint_t) < sizeof(int)), int, win
 
 enum class Length { None, Char, Short, Long, LongLong, LongDouble, Size, IntMax, PtrDiff };
 
-// One conversion specification: its text with any '*' replaced by the
+// One conversion directive: its text with any '*' replaced by the
 // number taken from the arguments, its length modifier and its letter.
 struct Conversion {
-    std::string spec;  // "%-8.3" so far; the length and letter are added when printing
+    std::string directive;  // "%-8.3" so far; the length and letter are added when printing
     Length length = Length::None;
     char letter = 0;
     bool wide = false;  // %ls, %lc, %S, %C
@@ -28,11 +28,11 @@ struct Conversion {
 
 // Prints one conversion of a narrow value through the runtime's printf.
 template <class Value>
-void appendPrinted(std::string& out, const std::string& spec, Value value) {
-    int needed = std::snprintf(nullptr, 0, spec.c_str(), value);
+void appendPrinted(std::string& out, const std::string& directive, Value value) {
+    int needed = std::snprintf(nullptr, 0, directive.c_str(), value);
     if (needed <= 0) return;
     std::string text(static_cast<size_t>(needed) + 1, '\0');
-    std::snprintf(&text[0], text.size(), spec.c_str(), value);
+    std::snprintf(&text[0], text.size(), directive.c_str(), value);
     out.append(text.data(), static_cast<size_t>(needed));
 }
 
@@ -53,18 +53,18 @@ const char* lengthText(Length length) {
 
 // Flags, width and precision; a '*' takes its number from the arguments.
 const char* readFlagsWidthPrecision(const char* at, Conversion& conversion, va_list& args) {
-    while (*at && std::strchr("-+ #0", *at)) conversion.spec += *at++;
+    while (*at && std::strchr("-+ #0", *at)) conversion.directive += *at++;
     auto readNumber = [&] {
         if (*at == '*') {
-            conversion.spec += std::to_string(va_arg(args, int));
+            conversion.directive += std::to_string(va_arg(args, int));
             ++at;
             return;
         }
-        while (*at >= '0' && *at <= '9') conversion.spec += *at++;
+        while (*at >= '0' && *at <= '9') conversion.directive += *at++;
     };
     readNumber();
     if (*at == '.') {
-        conversion.spec += *at++;
+        conversion.directive += *at++;
         readNumber();
     }
     return at;
@@ -88,31 +88,31 @@ const char* readLength(const char* at, Length& length) {
     }
 }
 
-void appendSigned(std::string& out, const std::string& spec, Length length, va_list& args) {
+void appendSigned(std::string& out, const std::string& directive, Length length, va_list& args) {
     switch (length) {
-        case Length::Long: appendPrinted(out, spec, va_arg(args, long)); break;
-        case Length::LongLong: appendPrinted(out, spec, va_arg(args, long long)); break;
-        case Length::Size: appendPrinted(out, spec, va_arg(args, std::make_signed_t<size_t>)); break;
-        case Length::IntMax: appendPrinted(out, spec, va_arg(args, intmax_t)); break;
-        case Length::PtrDiff: appendPrinted(out, spec, va_arg(args, ptrdiff_t)); break;
-        default: appendPrinted(out, spec, va_arg(args, int)); break;
+        case Length::Long: appendPrinted(out, directive, va_arg(args, long)); break;
+        case Length::LongLong: appendPrinted(out, directive, va_arg(args, long long)); break;
+        case Length::Size: appendPrinted(out, directive, va_arg(args, std::make_signed_t<size_t>)); break;
+        case Length::IntMax: appendPrinted(out, directive, va_arg(args, intmax_t)); break;
+        case Length::PtrDiff: appendPrinted(out, directive, va_arg(args, ptrdiff_t)); break;
+        default: appendPrinted(out, directive, va_arg(args, int)); break;
     }
 }
 
-void appendUnsigned(std::string& out, const std::string& spec, Length length, va_list& args) {
+void appendUnsigned(std::string& out, const std::string& directive, Length length, va_list& args) {
     switch (length) {
-        case Length::Long: appendPrinted(out, spec, va_arg(args, unsigned long)); break;
-        case Length::LongLong: appendPrinted(out, spec, va_arg(args, unsigned long long)); break;
-        case Length::Size: appendPrinted(out, spec, va_arg(args, size_t)); break;
-        case Length::IntMax: appendPrinted(out, spec, va_arg(args, uintmax_t)); break;
-        case Length::PtrDiff: appendPrinted(out, spec, va_arg(args, std::make_unsigned_t<ptrdiff_t>)); break;
-        default: appendPrinted(out, spec, va_arg(args, unsigned int)); break;
+        case Length::Long: appendPrinted(out, directive, va_arg(args, unsigned long)); break;
+        case Length::LongLong: appendPrinted(out, directive, va_arg(args, unsigned long long)); break;
+        case Length::Size: appendPrinted(out, directive, va_arg(args, size_t)); break;
+        case Length::IntMax: appendPrinted(out, directive, va_arg(args, uintmax_t)); break;
+        case Length::PtrDiff: appendPrinted(out, directive, va_arg(args, std::make_unsigned_t<ptrdiff_t>)); break;
+        default: appendPrinted(out, directive, va_arg(args, unsigned int)); break;
     }
 }
 
 // Wide text becomes UTF-8 and is then printed as narrow text, so that
 // width and precision count its bytes as they would for %s.
-void appendWide(std::string& out, const std::string& spec, char letter, va_list& args) {
+void appendWide(std::string& out, const std::string& directive, char letter, va_list& args) {
     std::string utf8;
     if (letter == 's') {
         const wchar_t* text = va_arg(args, const wchar_t*);
@@ -126,29 +126,29 @@ void appendWide(std::string& out, const std::string& spec, char letter, va_list&
         utf8 = wideToUtf8(std::wstring(1, character));
         if (utf8.empty()) utf8 = "?";
     }
-    appendPrinted(out, spec + 's', utf8.c_str());
+    appendPrinted(out, directive + 's', utf8.c_str());
 }
 
 // Prints one conversion; false for a letter that is no conversion.
 bool appendConversion(std::string& out, const Conversion& conversion, va_list& args) {
-    const std::string spec = conversion.spec + lengthText(conversion.length) + conversion.letter;
+    const std::string directive = conversion.directive + lengthText(conversion.length) + conversion.letter;
     if (conversion.wide) {
-        appendWide(out, conversion.spec, conversion.letter, args);
+        appendWide(out, conversion.directive, conversion.letter, args);
         return true;
     }
     switch (conversion.letter) {
-        case 'd': case 'i': appendSigned(out, spec, conversion.length, args); return true;
-        case 'u': case 'o': case 'x': case 'X': appendUnsigned(out, spec, conversion.length, args); return true;
+        case 'd': case 'i': appendSigned(out, directive, conversion.length, args); return true;
+        case 'u': case 'o': case 'x': case 'X': appendUnsigned(out, directive, conversion.length, args); return true;
         case 'c': {
             // The runtime writes a NUL character too; snprintf counts it.
-            appendPrinted(out, spec, va_arg(args, int));
+            appendPrinted(out, directive, va_arg(args, int));
             return true;
         }
-        case 's': appendPrinted(out, spec, va_arg(args, const char*)); return true;
-        case 'p': appendPrinted(out, spec, va_arg(args, void*)); return true;
+        case 's': appendPrinted(out, directive, va_arg(args, const char*)); return true;
+        case 'p': appendPrinted(out, directive, va_arg(args, void*)); return true;
         case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
-            if (conversion.length == Length::LongDouble) appendPrinted(out, spec, va_arg(args, long double));
-            else appendPrinted(out, spec, va_arg(args, double));
+            if (conversion.length == Length::LongDouble) appendPrinted(out, directive, va_arg(args, long double));
+            else appendPrinted(out, directive, va_arg(args, double));
             return true;
         case 'n': (void)va_arg(args, void*); return true;  // writes nothing back: a log call reports no counts
         default: return false;
@@ -175,7 +175,7 @@ std::string formatLogMessage(const char* format, va_list args) {
             continue;
         }
         Conversion conversion;
-        conversion.spec = "%";
+        conversion.directive = "%";
         at = readFlagsWidthPrecision(percent + 1, conversion, walk);
         at = readLength(at, conversion.length);
         conversion.letter = *at;

@@ -13,5 +13,5 @@
 #include <string>
 
 // The whole formatted text, NUL bytes that a conversion produced included.
-// An invalid conversion specification ends the text where it stands.
+// An invalid conversion directive ends the text where it stands.
 std::string formatLogMessage(const char* format, va_list args);
