@@ -10,6 +10,7 @@
 #include "simhost/advapi32/advapi32.h"
 #include "simhost/advapi32/advapi32_internal.h"
 #include "simhost/core/host.h"
+#include "simhost/core/text.h"
 #include "simhost/kernel32/objects.h"
 
 #include <algorithm>
@@ -85,15 +86,7 @@ auto withRegistry(Work work) {
 }
 
 std::vector<std::wstring> pathComponents(const std::wstring& path) {
-    std::vector<std::wstring> components;
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find(L'\\', start);
-        if (end == std::wstring::npos) end = path.size();
-        if (end > start) components.push_back(path.substr(start, end - start));
-        start = end + 1;
-    }
-    return components;
+    return splitText(path, L'\\', EmptyPieces::Drop);
 }
 
 KeyPtr findSubkey(const Key& key, const std::wstring& name) {

@@ -10,6 +10,7 @@
 // trustee of an entry among them, is ERROR_INVALID_SID, and an abbreviation
 // of a Windows domain's group ERROR_NONE_MAPPED.
 #include "simhost/advapi32/sddl_names.h"
+#include "simhost/core/text.h"
 #include "simhost/advapi32/security_internal.h"
 
 #include <cwchar>
@@ -50,7 +51,7 @@ std::optional<BYTE> aceTypeOfFields(const std::vector<std::wstring>& fields) {
 
 // One entry: the text between its parentheses.
 DWORD readAce(const std::wstring& text, AceRecord& ace) {
-    std::vector<std::wstring> fields = splitAt(text, L';');
+    std::vector<std::wstring> fields = splitText(text, L';', EmptyPieces::Keep);
     if (fields.size() != kAceFields) return ERROR_INVALID_ACL;
     std::optional<BYTE> type = aceTypeOfFields(fields);
     std::optional<DWORD> flags = valueOfNames(aceFlagNames(), fields[1]);

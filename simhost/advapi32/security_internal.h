@@ -47,9 +47,6 @@ bool hasHexPrefix(const std::wstring& text);
 std::optional<unsigned long long> numberOfDigits(const std::wstring& digits, unsigned base,
                                                  unsigned long long largest);
 
-// The pieces of text between each `separator`, empty ones included.
-std::vector<std::wstring> splitAt(const std::wstring& text, wchar_t separator);
-
 // ---- SIDs (sids.cpp) ----
 // Revision 1 with at most 15 sub-authorities.
 bool sidIsValid(const void* sid);

@@ -62,7 +62,7 @@ std::optional<unsigned long long> numberOfText(const std::wstring& text, unsigne
 
 // "S-1-<authority>-<sub-authority>...", with up to 15 sub-authorities.
 std::optional<SidParts> partsOfStandardText(const std::wstring& text) {
-    std::vector<std::wstring> fields = splitAt(text, L'-');
+    std::vector<std::wstring> fields = splitText(text, L'-', EmptyPieces::Keep);
     if (fields.size() < 3 || fields[0] != L"S" || fields[1] != L"1") return std::nullopt;
     if (fields.size() - 3 > SID_MAX_SUB_AUTHORITIES) return std::nullopt;
     SidParts parts;
@@ -105,17 +105,6 @@ std::wstring hexAuthorityText(unsigned long long authority) {
 }
 
 }  // namespace
-
-std::vector<std::wstring> splitAt(const std::wstring& text, wchar_t separator) {
-    std::vector<std::wstring> fields;
-    size_t start = 0;
-    for (size_t at = text.find(separator); at != std::wstring::npos; at = text.find(separator, start)) {
-        fields.push_back(text.substr(start, at - start));
-        start = at + 1;
-    }
-    fields.push_back(text.substr(start));
-    return fields;
-}
 
 bool hasHexPrefix(const std::wstring& text) {
     return text.size() > 2 && text[0] == L'0' && (text[1] == L'x' || text[1] == L'X');

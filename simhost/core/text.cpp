@@ -70,4 +70,16 @@ std::string narrow(const std::wstring& wide) {
     return utf8;
 }
 
+std::vector<std::wstring> splitText(const std::wstring& text, wchar_t separator, EmptyPieces empty) {
+    std::vector<std::wstring> pieces;
+    size_t start = 0;
+    for (;;) {
+        size_t end = text.find(separator, start);
+        if (end == std::wstring::npos) end = text.size();
+        if (end > start || empty == EmptyPieces::Keep) pieces.push_back(text.substr(start, end - start));
+        if (end == text.size()) return pieces;
+        start = end + 1;
+    }
+}
+
 }  // namespace simhost

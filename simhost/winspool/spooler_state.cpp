@@ -3,6 +3,7 @@
 // of a printer marked for deletion.
 #include "simhost/winspool/spooler_state.h"
 
+#include "simhost/core/text.h"
 #include "simhost/kernel32/objects.h"
 
 #include <algorithm>
@@ -133,15 +134,7 @@ HandleLookup lookupXcvHandle(SpoolerState& state, HANDLE handle) {
 }
 
 std::vector<std::wstring> portNamesOf(const std::wstring& portList) {
-    std::vector<std::wstring> names;
-    size_t start = 0;
-    while (start <= portList.size()) {
-        size_t comma = portList.find(L',', start);
-        if (comma == std::wstring::npos) comma = portList.size();
-        if (comma > start) names.push_back(portList.substr(start, comma - start));
-        start = comma + 1;
-    }
-    return names;
+    return splitText(portList, L',', EmptyPieces::Drop);
 }
 
 }  // namespace winspool
