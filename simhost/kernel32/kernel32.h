@@ -45,6 +45,7 @@ BOOL WINAPI QueueUserWorkItem(LPTHREAD_START_ROUTINE function, PVOID context, UL
 DWORD WINAPI GetCurrentThreadId();
 DWORD WINAPI GetCurrentProcessId();
 HANDLE WINAPI GetCurrentProcess();
+HANDLE WINAPI GetCurrentThread();
 
 // ---- Memory ----
 #define GMEM_FIXED 0x0000u

@@ -125,14 +125,14 @@ size_t openHandleCount(const std::string& typeName) {
 
 }  // namespace simhost
 
-// The pseudo-handle of the own process is not in the table; closing it
-// succeeds and does nothing, as on Windows.
+// The pseudo-handles of the own process and thread are not in the table;
+// closing them succeeds and does nothing, as on Windows.
 BOOL WINAPI CloseHandle(HANDLE object) {
     if (DWORD e = simhost::injectedFailure("CloseHandle")) {
         SetLastError(e);
         return FALSE;
     }
-    if (object == GetCurrentProcess() || simhost::closeHandle(object)) return TRUE;
+    if (object == GetCurrentProcess() || object == GetCurrentThread() || simhost::closeHandle(object)) return TRUE;
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
 }

@@ -3,6 +3,7 @@
 // snapshots, and the API through which tests and host files arrange it.
 #include "simhost/kernel32/process_table.h"
 
+#include "simhost/advapi32/security.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/kernel32.h"
 
@@ -53,6 +54,18 @@ std::vector<std::shared_ptr<Process>>::iterator findRunning(ProcessTable& table,
     });
 }
 
+// The "S-1-..." form of a SID text, so that tokens and reports show one
+// form; empty stays empty. Throws SecurityTextError, an invalid_argument.
+std::wstring sidInStandardForm(const std::wstring& text) {
+    return text.empty() ? text : sidToText(sidFromText(text).data());
+}
+
+ProcessRecord withStandardSids(ProcessRecord record) {
+    record.userSid = sidInStandardForm(record.userSid);
+    record.logonSid = sidInStandardForm(record.logonSid);
+    return record;
+}
+
 }  // namespace
 
 Process::Process(ProcessRecord record, bool isServiceProcess)
@@ -89,6 +102,12 @@ std::shared_ptr<Process> findRunningProcess(DWORD processId) {
     return found == table.processes.end() ? nullptr : *found;
 }
 
+std::shared_ptr<ProcessHandle> processHandleOf(HANDLE process) {
+    if (process != GetCurrentProcess()) return lookupHandle<ProcessHandle>(process);
+    std::shared_ptr<Process> self = findRunningProcess(GetCurrentProcessId());
+    return self ? std::make_shared<ProcessHandle>(self, ~0u) : nullptr;
+}
+
 bool hasImageFile(const ProcessRecord& record) { return driveLetterOf(record.imagePath) != 0; }
 
 std::wstring executableName(const ProcessRecord& record) {
@@ -97,6 +116,7 @@ std::wstring executableName(const ProcessRecord& record) {
 }
 
 void addProcess(const ProcessRecord& process) {
+    ProcessRecord record = withStandardSids(process);
     DWORD current = GetCurrentProcessId();
     ProcessTable& table = processTable();
     std::lock_guard<std::mutex> hold(table.mutex);
@@ -106,7 +126,7 @@ void addProcess(const ProcessRecord& process) {
             throw std::invalid_argument("a running process already has id " + std::to_string(process.processId));
         table.processes.erase(running);
     }
-    table.processes.push_back(std::make_shared<Process>(process, false));
+    table.processes.push_back(std::make_shared<Process>(std::move(record), false));
 }
 
 bool markExited(DWORD processId) {

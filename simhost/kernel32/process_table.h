@@ -5,6 +5,7 @@
 #include "simhost/kernel32/kernel32.h"
 #include "simhost/kernel32/objects.h"
 #include "simhost/kernel32/processes.h"
+#include "simhost/kernel32/toolhelp.h"
 
 #include <atomic>
 #include <memory>
@@ -72,6 +73,13 @@ private:
 
 // The running process of that id; null when no running process has it.
 std::shared_ptr<Process> findRunningProcess(DWORD processId);
+
+// Either right lets a handle query a process's name and token.
+constexpr DWORD kProcessQueryRights = PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION;
+// The open process handle behind `process`; null for one that is not. The
+// pseudo-handle of GetCurrentProcess() stands for the service's own process
+// with every right.
+std::shared_ptr<ProcessHandle> processHandleOf(HANDLE process);
 
 // Whether the record names an image file, which its name calls can give.
 bool hasImageFile(const ProcessRecord& record);

@@ -18,8 +18,6 @@ using simhost::kernel32::ProcessProtection;
 
 namespace {
 
-constexpr DWORD kQueryRights = PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION;
-
 template <class Result>
 Result failWith(DWORD error, Result result) {
     SetLastError(error);
@@ -33,19 +31,11 @@ std::shared_ptr<Process> runningProcess(DWORD processId, DWORD& error) {
     return process;
 }
 
-// The handle behind `process` for the name calls. GetCurrentProcess()'s
-// pseudo-handle stands for the service's own process with every right.
-std::shared_ptr<ProcessHandle> processHandle(HANDLE process) {
-    if (process != GetCurrentProcess()) return simhost::lookupHandle<ProcessHandle>(process);
-    std::shared_ptr<Process> self = simhost::kernel32::findRunningProcess(GetCurrentProcessId());
-    return self ? std::make_shared<ProcessHandle>(self, ~0u) : nullptr;
-}
-
 // Why the process's image name cannot be read through this handle, or 0.
 // Both calls need one of the query rights; with a null module,
 // GetModuleFileNameEx needs no more since Windows 10.
 DWORD nameRefusal(const ProcessHandle& handle) {
-    if (!(handle.access() & kQueryRights)) return ERROR_ACCESS_DENIED;
+    if (!(handle.access() & simhost::kernel32::kProcessQueryRights)) return ERROR_ACCESS_DENIED;
     const simhost::kernel32::ProcessRecord& record = handle.process().record();
     if (record.protection == ProcessProtection::CannotName || !simhost::kernel32::hasImageFile(record))
         return ERROR_ACCESS_DENIED;
@@ -56,7 +46,7 @@ DWORD nameRefusal(const ProcessHandle& handle) {
 std::shared_ptr<ProcessHandle> enterNameCall(const char* call, HANDLE process, DWORD& error) {
     error = simhost::injectedFailure(call);
     if (error) return nullptr;
-    std::shared_ptr<ProcessHandle> handle = processHandle(process);
+    std::shared_ptr<ProcessHandle> handle = simhost::kernel32::processHandleOf(process);
     error = handle ? nameRefusal(*handle) : ERROR_INVALID_HANDLE;
     return error ? nullptr : handle;
 }
@@ -71,7 +61,9 @@ DWORD copyName(const std::wstring& name, LPWSTR buffer, size_t characters) {
 
 // Access rights are granted as asked, except to a process that cannot be
 // opened (as System and the client-server runtime processes refuse every
-// caller): ERROR_ACCESS_DENIED. Inheritance is not modelled.
+// caller): ERROR_ACCESS_DENIED. MAXIMUM_ALLOWED gives every right, which the
+// local system account holds on every process it may open. Generic rights
+// and inheritance are not modelled.
 HANDLE WINAPI OpenProcess(DWORD desiredAccess, BOOL inheritHandle, DWORD processId) {
     (void)inheritHandle;
     if (DWORD injected = simhost::injectedFailure("OpenProcess")) return failWith<HANDLE>(injected, nullptr);
@@ -80,7 +72,9 @@ HANDLE WINAPI OpenProcess(DWORD desiredAccess, BOOL inheritHandle, DWORD process
     if (!process) return failWith<HANDLE>(error, nullptr);
     if (process->record().protection == ProcessProtection::CannotOpen)
         return failWith<HANDLE>(ERROR_ACCESS_DENIED, nullptr);
-    auto handle = std::make_shared<ProcessHandle>(process, desiredAccess);
+    DWORD granted = desiredAccess & MAXIMUM_ALLOWED ? (desiredAccess & ~MAXIMUM_ALLOWED) | PROCESS_ALL_ACCESS
+                                                    : desiredAccess;
+    auto handle = std::make_shared<ProcessHandle>(process, granted);
     process->attach(handle);
     return simhost::registerHandle(handle);
 }

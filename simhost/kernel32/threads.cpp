@@ -47,3 +47,7 @@ DWORD WINAPI GetCurrentProcessId() {
 // The pseudo-handle (HANDLE)-1, as on Windows: it is not in the handle table
 // and closing it does nothing.
 HANDLE WINAPI GetCurrentProcess() { return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)); }
+
+// The pseudo-handle (HANDLE)-2, as on Windows: it stands for the calling
+// thread wherever it is used, and closing it does nothing.
+HANDLE WINAPI GetCurrentThread() { return reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-2)); }

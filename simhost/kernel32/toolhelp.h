@@ -13,6 +13,11 @@
 #ifndef SYNCHRONIZE
 #define SYNCHRONIZE 0x00100000u
 #endif
+// STANDARD_RIGHTS_REQUIRED, SYNCHRONIZE and every process right.
+#define PROCESS_ALL_ACCESS 0x001FFFFFu
+#ifndef MAXIMUM_ALLOWED
+#define MAXIMUM_ALLOWED 0x02000000u
+#endif
 HANDLE WINAPI OpenProcess(DWORD desiredAccess, BOOL inheritHandle, DWORD processId);
 
 // ---- Image names ----
