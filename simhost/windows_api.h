@@ -18,3 +18,5 @@
 #include "simhost/advapi32/advapi32.h"
 // SIDs, security descriptors and SDDL.
 #include "simhost/advapi32/security.h"
+// Access tokens and impersonation.
+#include "simhost/advapi32/tokens.h"

@@ -6,6 +6,7 @@
 
 #include "simhost/advapi32/advapi32_internal.h"
 #include "simhost/advapi32/security.h"
+#include "simhost/advapi32/tokens.h"
 
 namespace simhost {
 namespace winspool {
@@ -38,10 +39,13 @@ AccessDecision decideForCallingThread(const std::vector<BYTE>* descriptor, ACCES
 
 }  // namespace
 
-// Every thread acts for the local system account: threads of the simulated
-// host do not impersonate yet. When they can, this answers the user and the
-// groups of the thread's impersonation token.
-CallerIdentity callingThreadIdentity() { return {kLocalSystemSid, {}}; }
+// The user and the enabled groups of the token the thread impersonates, or
+// of the service process's token (the local system account) when it does
+// not impersonate.
+CallerIdentity callingThreadIdentity() {
+    advapi32::TokenIdentity token = advapi32::callingThreadIdentity();
+    return {token.userSid, token.enabledGroupSids()};
+}
 
 ACCESS_MASK mapPrinterAccess(ACCESS_MASK desired) { return advapi32::mapGenericAccess(desired, kPrinterMapping); }
 ACCESS_MASK mapServerAccess(ACCESS_MASK desired) { return advapi32::mapGenericAccess(desired, kServerMapping); }

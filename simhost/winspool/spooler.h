@@ -21,9 +21,6 @@ constexpr const wchar_t* kLocalEnvironment = L"Windows x64";
 // The monitor names a port reports in PORT_INFO_2.
 constexpr const wchar_t* kTcpMonitorName = L"TCPMON.DLL";
 constexpr const wchar_t* kLocalPortMonitorName = L"Local Port";
-// The account a service runs as, and so the user of every thread until
-// threads can impersonate.
-constexpr const wchar_t* kLocalSystemSid = L"S-1-5-18";
 // What the spooler gives a printer added without a security descriptor.
 constexpr const wchar_t* kDefaultPrinterSddl =
     L"O:SYG:SYD:(A;;LCSWSDRCWDWO;;;SY)(A;OIIO;GA;;;CO)(A;;SWRC;;;WD)(A;CIIO;GX;;;WD)(A;;LCSWSDRCWDWO;;;BA)"
