@@ -4,6 +4,8 @@
 #include "simhost/core/text.h"
 #include "simhost/hostfile/host_file.h"
 #include "simhost/advapi32/advapi32.h"
+#include "simhost/advapi32/security.h"
+#include "simhost/advapi32/tokens.h"
 #include "simhost/iphlpapi/tcp_connections.h"
 #include "simhost/kernel32/host_settings.h"
 #include "simhost/kernel32/module.h"
@@ -120,22 +122,67 @@ kernel32::ProcessProtection protectionNamed(const std::string& name) {
     throw HostFileError("process \"protection\" must be \"none\", \"cannotOpen\" or \"cannotName\"");
 }
 
-// "processes": [{"id", "parent", "session", "image", "protection", "exited"}]
-void applyProcesses(const Json::Value& processes, const std::string&) {
-    requireArray(processes, "\"processes\"");
-    for (const Json::Value& entry : processes) {
-        requireObject(entry, "a process");
-        kernel32::ProcessRecord process;
-        process.processId = requireDword(entry["id"], "process \"id\"");
-        process.parentProcessId = requireDword(entry.get("parent", 0), "process \"parent\"");
-        process.sessionId = requireDword(entry.get("session", 0), "process \"session\"");
-        process.imagePath = requireWideString(entry.get("image", ""), "process \"image\"");
-        process.protection = protectionNamed(requireString(entry.get("protection", "none"), "process \"protection\""));
-        process.exited = entry.get("exited", false).asBool();
-        kernel32::addProcess(process);
+bool isSidText(const Json::Value& value) {
+    if (!value.isString()) return false;
+    try {
+        sidFromText(widen(value.asString()));
+        return true;
+    } catch (const std::invalid_argument&) {
+        return false;
     }
 }
 
+// "user": a SID text; absent for the session's default account.
+void readProcessUser(const Json::Value& entry, kernel32::ProcessRecord& process) {
+    if (!entry.isMember("user")) return;
+    if (!isSidText(entry["user"])) throw HostFileError("process \"user\" must be a SID text such as \"S-1-5-18\"");
+    process.userSid = widen(entry["user"].asString());
+}
+
+// "logonSid": a SID text, or null for a token without one; absent for the
+// session's default logon SID.
+void readProcessLogonSid(const Json::Value& entry, kernel32::ProcessRecord& process) {
+    if (!entry.isMember("logonSid")) return;
+    const Json::Value& logon = entry["logonSid"];
+    process.noLogonSid = logon.isNull();
+    if (process.noLogonSid) return;
+    if (!isSidText(logon))
+        throw HostFileError("process \"logonSid\" must be a SID text such as \"S-1-5-5-0-1002\", or null");
+    process.logonSid = widen(logon.asString());
+}
+
+kernel32::ProcessRecord processOf(const Json::Value& entry) {
+    requireObject(entry, "a process");
+    requireKnownKeys(entry, {"id", "parent", "session", "image", "protection", "exited", "user", "logonSid"},
+                     "a process");
+    kernel32::ProcessRecord process;
+    process.processId = requireDword(entry["id"], "process \"id\"");
+    process.parentProcessId = requireDword(entry.get("parent", 0), "process \"parent\"");
+    process.sessionId = requireDword(entry.get("session", 0), "process \"session\"");
+    process.imagePath = requireWideString(entry.get("image", ""), "process \"image\"");
+    process.protection = protectionNamed(requireString(entry.get("protection", "none"), "process \"protection\""));
+    process.exited = entry.get("exited", false).asBool();
+    readProcessUser(entry, process);
+    readProcessLogonSid(entry, process);
+    return process;
+}
+
+// "processes": [{"id", "parent", "session", "image", "protection", "exited",
+// "user", "logonSid"}]
+void applyProcesses(const Json::Value& processes, const std::string&) {
+    requireArray(processes, "\"processes\"");
+    for (const Json::Value& entry : processes) {
+        kernel32::ProcessRecord process = processOf(entry);
+        try {
+            kernel32::addProcess(process);
+        } catch (const std::invalid_argument& e) {
+            throw HostFileError(std::string("process: ") + e.what());
+        }
+    }
+}
+
+// Each process with the account and logon SID of its token, defaults
+// resolved; "logonSid" is null for a token without one.
 Json::Value describeProcesses() {
     Json::Value list(Json::arrayValue);
     for (const kernel32::ProcessRecord& process : kernel32::processes()) {
@@ -145,6 +192,9 @@ Json::Value describeProcesses() {
         entry["session"] = process.sessionId;
         entry["image"] = narrow(process.imagePath);
         entry["exited"] = process.exited;
+        entry["user"] = narrow(advapi32::processUserSid(process));
+        std::wstring logonSid = advapi32::processLogonSid(process);
+        entry["logonSid"] = logonSid.empty() ? Json::Value() : Json::Value(narrow(logonSid));
         list.append(entry);
     }
     return list;
