@@ -2,6 +2,7 @@
 
 #include "foundation/TextConversion.h"
 #include "simhost/core/host.h"
+#include "simhost/core/thread_ending.h"
 #include "simhost/hostfile/host_file.h"
 
 namespace platform {
@@ -23,5 +24,23 @@ std::vector<std::wstring> wideArguments(int argc, char** argv) {
 }
 
 void prepareHost() { simhost::prepareProcessFromEnvironment(); }
+
+std::chrono::milliseconds hostDuration(std::chrono::milliseconds duration) {
+    DWORD milliseconds = static_cast<DWORD>(duration.count());
+    return std::chrono::milliseconds(simhost::Host::get().scaledMilliseconds(milliseconds));
+}
+
+// A thread id of this platform is an address: distinct, and never null for a
+// thread that was started.
+HANDLE threadHandle(std::thread& thread) { return reinterpret_cast<HANDLE>(thread.native_handle()); }
+
+BOOL endAbandonedThread(std::thread& thread) {
+    if (!thread.joinable()) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (simhost::requestThreadEnd(thread.native_handle()) == simhost::ThreadEnding::EndsAtNextCall) thread.detach();
+    return TRUE;
+}
 
 }  // namespace platform

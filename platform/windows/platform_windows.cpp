@@ -3,6 +3,7 @@
 #include "foundation/TextConversion.h"
 #include "platform/win32.h"
 
+#include <pthread.h>
 #include <shellapi.h>
 
 #include <filesystem>
@@ -33,5 +34,13 @@ std::vector<std::wstring> wideArguments(int, char**) {
 }
 
 void prepareHost() {}
+
+std::chrono::milliseconds hostDuration(std::chrono::milliseconds duration) { return duration; }
+
+// The service's threads are those of the POSIX thread library of MinGW-w64,
+// each of which runs on a Windows thread whose handle it keeps.
+HANDLE threadHandle(std::thread& thread) { return pthread_gethandle(thread.native_handle()); }
+
+BOOL endAbandonedThread(std::thread& thread) { return TerminateThread(threadHandle(thread), 0); }
 
 }  // namespace platform

@@ -1,7 +1,8 @@
 #include "simhost/core/faults.h"
 
+#include "simhost/core/thread_ending.h"
+
 #include <chrono>
-#include <thread>
 
 namespace simhost {
 
@@ -77,21 +78,40 @@ size_t Faults::callCount(const std::string& call) const {
     return it == calls_.end() ? 0 : it->second.calls;
 }
 
+void Faults::wakeWaiters() {
+    // Taking the lock orders the wake after any check of a waiter that has
+    // not yet gone to sleep.
+    { std::lock_guard<std::mutex> lock(mutex_); }
+    released_.notify_all();
+}
+
+// A thread asked to end (requestThreadEnd) ends here: at the entry of the
+// call, or inside its block or delay, without ever returning to its caller.
 DWORD Faults::enter(const std::string& call) {
     std::unique_lock<std::mutex> lock(mutex_);
+    auto endIfRequested = [&lock] {
+        if (!callingThreadEndRequested()) return;
+        lock.unlock();
+        endCallingThread();
+    };
+    endIfRequested();
     Arrangement& a = calls_[call];
     ++a.calls;
     if (a.blocked) {
+        noteCallingThreadWaits(true);
         ++a.waiting;
         blocked_.notify_all();
-        released_.wait(lock, [&] { return !calls_[call].blocked; });
+        released_.wait(lock, [&] { return !calls_[call].blocked || callingThreadEndRequested(); });
+        noteCallingThreadWaits(false);
         --calls_[call].waiting;
+        endIfRequested();
     }
     DWORD delay = calls_[call].delay;
     if (delay) {
-        lock.unlock();
-        std::this_thread::sleep_for(std::chrono::milliseconds(delay));
-        lock.lock();
+        noteCallingThreadWaits(true);
+        released_.wait_for(lock, std::chrono::milliseconds(delay), [] { return callingThreadEndRequested(); });
+        noteCallingThreadWaits(false);
+        endIfRequested();
     }
     Arrangement& now = calls_[call];
     if (now.failuresLeft == 0) return 0;

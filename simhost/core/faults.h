@@ -37,6 +37,9 @@ public:
     // Called by the stand-in on entry: counts, blocks or delays as arranged,
     // and answers the error to fail with, or 0.
     DWORD enter(const std::string& call);
+    // Lets every blocked or delayed call look again whether its thread is to
+    // end.
+    void wakeWaiters();
 
 private:
     struct Arrangement {
