@@ -129,6 +129,16 @@ void appendWide(std::string& out, const std::string& directive, char letter, va_
     appendPrinted(out, directive + 's', utf8.c_str());
 }
 
+// A pointer as the Windows runtime writes it: every hex digit of its width,
+// upper case, no prefix, null included, so that a line reads the same on
+// both platforms ("hPrinter = 0x%p").
+void appendPointer(std::string& out, const void* pointer) {
+    char text[2 * sizeof(void*) + 1];
+    std::snprintf(text, sizeof text, "%0*llX", static_cast<int>(2 * sizeof(void*)),
+                  static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(pointer)));
+    out += text;
+}
+
 // Prints one conversion; false for a letter that is no conversion.
 bool appendConversion(std::string& out, const Conversion& conversion, va_list& args) {
     const std::string directive = conversion.directive + lengthText(conversion.length) + conversion.letter;
@@ -145,7 +155,7 @@ bool appendConversion(std::string& out, const Conversion& conversion, va_list& a
             return true;
         }
         case 's': appendPrinted(out, directive, va_arg(args, const char*)); return true;
-        case 'p': appendPrinted(out, directive, va_arg(args, void*)); return true;
+        case 'p': appendPointer(out, va_arg(args, void*)); return true;
         case 'f': case 'F': case 'e': case 'E': case 'g': case 'G': case 'a': case 'A':
             if (conversion.length == Length::LongDouble) appendPrinted(out, directive, va_arg(args, long double));
             else appendPrinted(out, directive, va_arg(args, double));

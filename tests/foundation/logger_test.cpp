@@ -169,6 +169,12 @@ TEST(Logger, NarrowConversionsAreThoseOfTheRuntime) {
     EXPECT_EQ(log.messages(), std::vector<std::string>{"00042|ff|0000beef|-1234567890123|9|2.50|   7|ab |z"});
 }
 
+TEST(Logger, PointersAreWrittenAsTheWindowsRuntimeWritesThem) {
+    LogCapture log;
+    VX_LOG(kLogNormal, kNoLastError, 2, "hPrinter = 0x%p|%p", reinterpret_cast<void*>(0xAB12), nullptr);
+    EXPECT_EQ(log.messages(), std::vector<std::string>{"hPrinter = 0x000000000000AB12|0000000000000000"});
+}
+
 // After a shutdown the service's threads outlive main and go on logging while
 // the process ends: the log file's stream must still be there for them.
 TEST(LoggerDeathTest, ThreadsStillLogWhileTheProcessEnds) {
