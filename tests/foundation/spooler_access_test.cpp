@@ -5,6 +5,8 @@
 #include "simhost/kernel32/memory.h"
 #include "simhost/winspool/spooler.h"
 #include "support/LogCapture.h"
+#include "support/PluginRequests.h"
+#include "support/SpoolerArrangement.h"
 
 #include <gtest/gtest.h>
 
@@ -25,17 +27,6 @@ const int kError = static_cast<int>(kLogError);
 const int kNormal = static_cast<int>(kLogNormal);
 constexpr const wchar_t* kDriver = L"Acme LaserBox 2000";
 
-void addRawPort(const std::wstring& name) {
-    spooler::PrinterPort port;
-    port.name = name;
-    spooler::TcpPortConfiguration tcp;
-    tcp.hostAddress = L"127.0.1.20";
-    tcp.ipAddress = L"127.0.1.20";
-    tcp.portNumber = 9101;
-    port.tcp = tcp;
-    spooler::addPort(port);
-}
-
 void addPrinter(const std::wstring& name, const std::wstring& comment = L"") {
     spooler::SpoolerPrinter printer;
     printer.name = name;
@@ -49,16 +40,12 @@ class SpoolerAccess : public ::testing::Test {
 protected:
     void SetUp() override {
         spooler::addDriver({kDriver, spooler::kLocalEnvironment, L"", L"", {}});
-        addRawPort(L"P1");
+        testsupport::addRawTcpPort(L"P1");
     }
     void TearDown() override { simhost::Host::get().faults().clearAll(); }
 
     void expectLine(const std::string& message, uint32_t level, int channel, const std::string& function) {
-        std::vector<LogLine> lines = log_.find(message);
-        ASSERT_EQ(lines.size(), 1u) << message << "\n" << log_.contents();
-        EXPECT_EQ(lines[0].level, level) << message;
-        EXPECT_EQ(lines[0].channel, channel) << message;
-        EXPECT_EQ(lines[0].function, function) << message;
+        testsupport::expectOneLine(log_, message, level, channel, function);
     }
     size_t calls(const char* call) const { return simhost::Host::get().faults().callCount(call); }
 

@@ -3,6 +3,7 @@
 // the log lines with their levels and channels.
 #include "simhost/core/host.h"
 #include "simhost/winspool/spooler.h"
+#include "support/PluginRequests.h"
 #include "support/SenderAdmission.h"
 #include "support/ServiceHarness.h"
 #include "support/TestClient.h"
@@ -26,11 +27,8 @@ namespace spooler = simhost::winspool;
 const int kError = static_cast<int>(kLogError);
 const int kNormal = static_cast<int>(kLogNormal);
 
-std::string reply(const std::string& body) { return body + "\n" + std::string(1, '\0'); }
-std::string success(int id) { return reply("{\"_msgUniqueId\":" + std::to_string(id) + ",\"status\":\"success\"}"); }
-std::string failure(int id, const std::string& err) {
-    return reply("{\"_msgUniqueId\":" + std::to_string(id) + ",\"err\":\"" + err + "\",\"status\":\"fail\"}");
-}
+std::string success(int id) { return testsupport::successReply(id); }
+std::string failure(int id, const std::string& err) { return testsupport::failureReply(id, err); }
 
 Json::Value createPortRequest(const std::string& name, const std::string& ip = "127.0.1.20", unsigned port = 9101) {
     Json::Value request(Json::objectValue);
@@ -66,14 +64,7 @@ protected:
     }
     void TearDown() override { simhost::Host::get().faults().clearAll(); }
 
-    // Sends the request with this id and answers the reply.
-    std::string ask(Json::Value request, int id) {
-        request["_msgUniqueId"] = id;
-        std::string text = Json::FastWriter().write(request);
-        text.back() = '\0';  // the writer's line feed becomes the message's end
-        EXPECT_TRUE(client_.send(text));
-        return client_.receiveReply();
-    }
+    std::string ask(const Json::Value& request, int id) { return testsupport::ask(client_, request, id); }
     const testsupport::LogCapture& log() const { return harness_.log(); }
     std::vector<LogLine> linesStartingWith(const std::string& start) const {
         std::vector<LogLine> found;
@@ -81,13 +72,8 @@ protected:
             if (line.message.rfind(start, 0) == 0) found.push_back(line);
         return found;
     }
-    // The one line with this message, checked for level and channel.
     void expectLine(const std::string& message, uint32_t level, int channel, const std::string& function) {
-        std::vector<LogLine> lines = log().find(message);
-        ASSERT_EQ(lines.size(), 1u) << message << "\n" << log().contents();
-        EXPECT_EQ(lines[0].level, level) << message;
-        EXPECT_EQ(lines[0].channel, channel) << message;
-        EXPECT_EQ(lines[0].function, function) << message;
+        testsupport::expectOneLine(log(), message, level, channel, function);
     }
 
     ServiceHarness harness_;

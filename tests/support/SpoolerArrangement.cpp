@@ -1,0 +1,31 @@
+#include "support/SpoolerArrangement.h"
+
+#include "simhost/winspool/spooler.h"
+
+namespace testsupport {
+
+namespace spooler = simhost::winspool;
+
+void addTestDriver() { spooler::addDriver({kTestDriver, spooler::kLocalEnvironment, L"", L"", {}}); }
+
+void addRawTcpPort(const std::wstring& name, DWORD portNumber) {
+    spooler::PrinterPort port;
+    port.name = name;
+    spooler::TcpPortConfiguration tcp;
+    tcp.hostAddress = L"127.0.1.20";
+    tcp.ipAddress = L"127.0.1.20";
+    tcp.portNumber = portNumber;
+    port.tcp = tcp;
+    spooler::addPort(port);
+}
+
+void addTestPrinter(const std::wstring& name, const std::wstring& portName, const std::wstring& sddl) {
+    spooler::SpoolerPrinter printer;
+    printer.name = name;
+    printer.portName = portName;
+    printer.driverName = kTestDriver;
+    if (!sddl.empty()) printer.securityDescriptor = spooler::descriptorFromSddl(sddl);
+    spooler::addPrinter(printer);
+}
+
+}  // namespace testsupport
