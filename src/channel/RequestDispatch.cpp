@@ -115,6 +115,22 @@ Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
         VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer port");
         return _deletePrinterPort(msg->json);
     }
+    if (verb == "deletePrinterAndPort") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer and port");
+        return _deletePrinterAndPort(msg->json);
+    }
+    if (verb == "deletePrinter") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer");
+        if (doesSenderOwnPrinter(msg->json)) return _deletePrinter(msg->json);
+        Json::Value refusal(Json::objectValue);
+        refusal["err"] = "Printer not owned by sender";
+        VX_LOG(kLogNormal, kNoLastError, 4, "Refusing printer delete request based on sender");
+        return refusal;
+    }
+    if (verb == "setPrinterStatus") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Setting printer Status");
+        return _setPrinterStatus(msg->json);
+    }
     if (verb == "getTcpProcessInfo") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Getting TCP Process Info");
         return _getTcpProcessInfo(msg->json);

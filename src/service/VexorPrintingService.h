@@ -57,6 +57,13 @@ public:
     Json::Value _addPrinterPort(const Json::Value& request);
     Json::Value _deletePrinterPort(const Json::Value& request);
 
+    // Printer removal and status (worker thread). A client removes only the
+    // printers of its own logon session.
+    bool doesSenderOwnPrinter(const Json::Value& request);
+    Json::Value _deletePrinter(const Json::Value& request);
+    Json::Value _deletePrinterAndPort(const Json::Value& request);
+    Json::Value _setPrinterStatus(const Json::Value& request);
+
 private:
     typedef void (VexorPrintingService::*ThreadBody)();
     // Starts `body` on a long-running thread-pool work item; throws the last
