@@ -63,9 +63,10 @@ protected:
         fs::remove_all(root_);
     }
 
+    std::string hostFile() const { return std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/" + hostName_; }
     std::string environment() const {
-        return "VEXOR_SIM_HOST='" + std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/demo.json' VEXOR_SIM_ROOT='" +
-               root_.string() + "' VEXOR_SIM_STATE='" + statePath().string() + "'";
+        return "VEXOR_SIM_HOST='" + hostFile() + "' VEXOR_SIM_ROOT='" + root_.string() + "' VEXOR_SIM_STATE='" +
+               statePath().string() + "'";
     }
     fs::path statePath() const { return root_ / "state.json"; }
     fs::path logDirectory() const { return root_ / "drive-c" / "ProgramData" / "Quillion" / "VexorAgent" / "logs"; }
@@ -89,7 +90,7 @@ protected:
     void startService() {
         pid_ = fork();
         if (pid_ == 0) {
-            setenv("VEXOR_SIM_HOST", (std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/demo.json").c_str(), 1);
+            setenv("VEXOR_SIM_HOST", hostFile().c_str(), 1);
             setenv("VEXOR_SIM_ROOT", root_.c_str(), 1);
             setenv("VEXOR_SIM_STATE", statePath().c_str(), 1);
             execl(VEXOR_SERVICE_EXE, VEXOR_SERVICE_EXE, static_cast<char*>(nullptr));
@@ -109,7 +110,17 @@ protected:
         return runCommand(environment() + " '" VEXORCTL_EXE "' " + arguments + " 2>&1");
     }
 
+    Json::Value readState() const {
+        Json::Value state;
+        std::ifstream stateFile(statePath());
+        std::string errors;
+        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stateFile, &state, &errors)) << errors;
+        return state;
+    }
+
     fs::path root_;
+    // The host file of examples/hosts the service runs on.
+    std::string hostName_ = "demo.json";
     pid_t pid_ = -1;
 };
 
@@ -181,6 +192,32 @@ TEST_F(ServiceProcess, PortVerbsFromVexorctlShowInTheStateFileOnRequest) {
     EXPECT_EQ(removed.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
     EXPECT_TRUE(tcpPortsNow().empty());
     EXPECT_EQ(stopService(), 0);
+}
+
+// Two logon sessions of one user, each with a printer: vexorctl, speaking
+// for the plugin of session 2, cannot remove session 3's printer, and
+// removes its own with its jobs.
+TEST_F(ServiceProcess, VexorctlRemovesOnlyItsOwnSessionsPrinter) {
+    hostName_ = "two-sessions.json";
+    startService();
+    ASSERT_TRUE(waitForLog("listen returned success")) << logText();
+    ProgramResult refused =
+        vexorctl("--raw '{\"msg\":\"deletePrinter\",\"_msgUniqueId\":1,\"printerName\":\"Session 3 printer\"}'");
+    EXPECT_EQ(refused.output, "{\"_msgUniqueId\":1,\"err\":\"Printer not owned by sender\",\"status\":\"fail\"}\n");
+    ProgramResult removed =
+        vexorctl("--raw '{\"msg\":\"deletePrinter\",\"_msgUniqueId\":2,\"printerName\":\"Session 2 printer\"}'");
+    EXPECT_EQ(removed.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
+    EXPECT_EQ(stopService(), 0);
+
+    Json::Value state = readState();
+    std::vector<std::string> printers;
+    for (const Json::Value& printer : state["printers"]) {
+        printers.push_back(printer["pPrinterName"].asString());
+        EXPECT_EQ(printer["jobs"].size(), 1u);
+        EXPECT_NE(printer["securityDescriptor"].asString().find("S-1-5-5-0-1003"), std::string::npos);
+    }
+    EXPECT_EQ(printers, std::vector<std::string>{"Session 3 printer"});
+    EXPECT_NE(logText().find("Refusing printer delete request based on sender"), std::string::npos);
 }
 
 TEST_F(ServiceProcess, StartedByHandPrintsTheDispatcherFailure) {
