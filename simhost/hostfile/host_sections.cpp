@@ -12,6 +12,7 @@
 #include "simhost/kernel32/processes.h"
 #include "simhost/kernel32/threads.h"
 #include "simhost/setupapi/device_tree.h"
+#include "simhost/ws2_32/winsock.h"
 
 #include <algorithm>
 #include <cstring>
@@ -213,6 +214,31 @@ void applyTcpOwners(const Json::Value& owners, const std::string&) {
         if (number == 0 || number > 65535) throw HostFileError("port \"" + port + "\" must be from 1 to 65535");
         iphlpapi::setOutsideEndOwner(static_cast<u_short>(number), requireDword(owners["ports"][port], "owner of port " + port));
     }
+}
+
+// "listeners": ["127.0.1.20:9101", ...]: listening sockets the host holds
+// for the whole run, standing for plugins that are alive.
+void applyListeners(const Json::Value& listeners, const std::string&) {
+    if (!listeners.isArray()) throw HostFileError("\"listeners\" must be a list of \"address:port\" texts");
+    for (const Json::Value& entry : listeners) {
+        const std::string text = entry.isString() ? entry.asString() : "";
+        const size_t colon = text.rfind(':');
+        char* end = nullptr;
+        const unsigned long port = colon == std::string::npos ? 0 : std::strtoul(text.c_str() + colon + 1, &end, 10);
+        if (colon == std::string::npos || !end || *end || port == 0 || port > 65535)
+            throw HostFileError("listener \"" + text + "\" must be \"address:port\" with a port from 1 to 65535");
+        try {
+            ws2_32::holdListener(text.substr(0, colon), static_cast<u_short>(port));
+        } catch (const std::runtime_error& e) {
+            throw HostFileError(std::string("listener ") + e.what());
+        }
+    }
+}
+
+Json::Value describeListeners() {
+    Json::Value list(Json::arrayValue);
+    for (const std::string& listener : ws2_32::heldListeners()) list.append(listener);
+    return list;
 }
 
 GUID parseGuid(const std::string& text) {
@@ -438,6 +464,7 @@ const std::vector<HostSection>& hostSections() {
         {"currentDirectory", applyCurrentDirectory, nullptr},
         {"processes", applyProcesses, describeProcesses},
         {"tcpOwners", applyTcpOwners, nullptr},
+        {"listeners", applyListeners, describeListeners},
         {"devices", applyDevices, describeDevices},
         {"modulePath", applyModulePath, nullptr},
         {"startedByControlManager", applyStartedByControlManager, nullptr},

@@ -15,6 +15,8 @@
 #include "simhost/ws2_32/wsa_errors.h"
 
 #include <cstddef>
+#include <string>
+#include <vector>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <sys/types.h>
@@ -222,6 +224,17 @@ size_t openSocketCount();
 // so a closesocket after this interrupts those calls (WSAEINTR) even if they
 // have not reached Linux's blocking call yet.
 bool waitUntilInCall(SOCKET s, size_t count = 1, unsigned timeoutMs = 10000);
+
+// Listening sockets of this machine that the host holds for plugins that are
+// alive (a plugin listens on its port's address for as long as its session
+// lives), outside the host's socket table, until released or Host::reset.
+// Answers the port listened on: the one given, or the one the system chose
+// for 0. Throws std::runtime_error when the address cannot be had.
+u_short holdListener(const std::string& address, u_short port);
+// Closes that listener, as a departing plugin does; false if none is held.
+bool releaseListener(const std::string& address, u_short port);
+// "127.0.1.20:9101" for each listener held, in the order they were made.
+std::vector<std::string> heldListeners();
 
 }  // namespace ws2_32
 }  // namespace simhost
