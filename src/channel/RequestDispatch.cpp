@@ -1,6 +1,7 @@
 // The worker's side of the request queue: one request at a time is taken,
 // stamped with its sender, handled by its verb, and answered with one
 // NUL-ended JSON reply on the connection it came from.
+#include "cleanup/PrinterReaper.h"
 #include "foundation/ClassicJson.h"
 #include "foundation/JsonGetters.h"
 #include "foundation/StaticLogger.h"
@@ -41,6 +42,7 @@ bool VexorPrintingService::_checkMsgQueue() {
         VX_LOG(kLogNormal, kNoLastError, 2, "Dealing with pending reap");
         reapPending.store(0, std::memory_order_relaxed);
         VX_LOG(kLogNormal, kNoLastError, 2, "Reaping");
+        PrinterReaper::reapPrinterPorts(0);
         VX_LOG(kLogNormal, kNoLastError, 2, "Finished Reaping");
     };
     auto popRequest = [&]() -> ClientMsg* {
@@ -105,6 +107,10 @@ void VexorPrintingService::stampSender(ClientMsg* msg) {
 Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
     const std::string verb = getJsonString("msg", msg->json, "");
     VX_LOG(kLogNormal, kNoLastError, 2, "got peer msg:%s", verb.c_str());
+    if (verb == "reap") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "doing reap");
+        return _reapPrinters(msg->json);
+    }
     if (verb == "createPPort") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Adding printer port");
         Json::Value reply = _addPrinterPort(msg->json);

@@ -41,12 +41,12 @@ bool openPortMonitor(HANDLE& monitor, Json::Value& reply, const char* handler) {
     return false;
 }
 
-void closePortMonitor(HANDLE monitor, const char* handler) {
+}  // namespace
+
+void PrinterUtil::closePortMonitor(HANDLE monitor, const char* handler) {
     if (!ClosePrinter(monitor))
         VX_LOG_AS(handler, kLogError, kWithLastError, 4, "Failed to close TCP/IP port monitor with:");
 }
-
-}  // namespace
 
 Json::Value VexorPrintingService::_addPrinterPort(const Json::Value& request) {
     VX_DECLARE_FUNCTION_NAME(handler);
@@ -75,7 +75,7 @@ Json::Value VexorPrintingService::_addPrinterPort(const Json::Value& request) {
         !toAnsiField(ip, portData.sztHostAddress, kHostAddressCapacity) ||
         !toAnsiField(ip, portData.sztIPAddress, kIpAddressCapacity)) {
         refuse("Failed string conversion");
-        closePortMonitor(monitor, handler.c_str());
+        PrinterUtil::closePortMonitor(monitor, handler.c_str());
         return reply;
     }
     portData.dwPortNumber = port;
@@ -91,7 +91,7 @@ Json::Value VexorPrintingService::_addPrinterPort(const Json::Value& request) {
         reply["err"] = status == ERROR_ALREADY_EXISTS ? "Printer Port already exists" : "Printer Port add failed";
         VX_LOG(kLogError, kWithLastError, 4, "%s", reply["err"].asCString());
     }
-    closePortMonitor(monitor, handler.c_str());
+    PrinterUtil::closePortMonitor(monitor, handler.c_str());
     if (!reply.isMember("err")) reply["status"] = "success";
     return reply;
 }
@@ -114,7 +114,7 @@ Json::Value VexorPrintingService::_deletePrinterPort(const Json::Value& request)
     if (!toAnsiField(name, deleteData.psztPortName, kPortNameCapacity)) {
         reply["err"] = "Invalid port name";
         VX_LOG(kLogError, kNoLastError, 4, "%s", reply["err"].asCString());
-        closePortMonitor(monitor, handler.c_str());
+        PrinterUtil::closePortMonitor(monitor, handler.c_str());
         return reply;
     }
     DWORD needed = 0, status = 0;
@@ -129,6 +129,6 @@ Json::Value VexorPrintingService::_deletePrinterPort(const Json::Value& request)
         VX_LOG(kLogNormal, kNoLastError, 2, "Printer Port:%s destroyed!", name.c_str());
         reply["status"] = "success";
     }
-    closePortMonitor(monitor, handler.c_str());
+    PrinterUtil::closePortMonitor(monitor, handler.c_str());
     return reply;
 }

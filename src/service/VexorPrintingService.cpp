@@ -1,5 +1,6 @@
 #include "service/VexorPrintingService.h"
 
+#include "cleanup/PrinterReaper.h"
 #include "foundation/PolicySettings.h"
 #include "foundation/ServiceLogging.h"
 #include "foundation/StaticLogger.h"
@@ -101,6 +102,8 @@ void VexorPrintingService::startWorkItem(ThreadBody body) {
 
 void VexorPrintingService::OnStart(DWORD, LPWSTR*) {
     VX_LOG(kLogNormal, kNoLastError, 3, "Vexor_PrintingService in OnStart");
+    // What an earlier run left is cleared, live listeners or not.
+    PrinterReaper::reapPrinterPorts(1);
     startWorkItem(&VexorPrintingService::ServiceWorkerThread);
 }
 
@@ -151,6 +154,9 @@ void VexorPrintingService::stopPrinterCleanup() {
 
 void VexorPrintingService::OnStop() {
     VX_LOG(kLogNormal, kNoLastError, 3, "Vexor_PrintingService in OnStop()");
+    // The service's printers and ports go with it; this pass may overlap the
+    // request the worker is still handling.
+    PrinterReaper::reapPrinterPorts(1);
     stopping.store(1, std::memory_order_relaxed);
     if (WaitForSingleObject(stoppedEvent, kStopWaitMs) != WAIT_OBJECT_0) {
         VX_LOG(kLogError, kWithLastError, 4, "failed on wait for stop");

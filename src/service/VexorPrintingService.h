@@ -45,6 +45,9 @@ public:
     bool _checkMsgQueue();
     Json::Value _handleRequest(ClientMsg* msg);
 
+    // The verb `reap`: one pass of the reaper without force.
+    Json::Value _reapPrinters(const Json::Value& request);
+
     // One pass over the device tree, removing the service's stale nodes.
     void removeStalePrinters();
 

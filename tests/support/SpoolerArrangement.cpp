@@ -8,12 +8,12 @@ namespace spooler = simhost::winspool;
 
 void addTestDriver() { spooler::addDriver({kTestDriver, spooler::kLocalEnvironment, L"", L"", {}}); }
 
-void addRawTcpPort(const std::wstring& name, DWORD portNumber) {
+void addRawTcpPort(const std::wstring& name, DWORD portNumber, const std::wstring& address) {
     spooler::PrinterPort port;
     port.name = name;
     spooler::TcpPortConfiguration tcp;
-    tcp.hostAddress = L"127.0.1.20";
-    tcp.ipAddress = L"127.0.1.20";
+    tcp.hostAddress = address;
+    tcp.ipAddress = address;
     tcp.portNumber = portNumber;
     port.tcp = tcp;
     spooler::addPort(port);
