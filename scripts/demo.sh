@@ -37,17 +37,28 @@ send() {
   "$vexorctl" "$1" || true
 }
 
-# The spooler's TCP/IP ports as the state file shows them now: SIGUSR1 asks
-# the simulated host to write it while the service runs.
-show_ports() {
-  rm -f "$VEXOR_SIM_STATE"
-  kill -USR1 "$service_pid"
-  for _ in $(seq 50); do [ -s "$VEXOR_SIM_STATE" ] && break; sleep 0.1; done
+# The spooler's TCP/IP ports and printers as the state file shows them:
+# SIGUSR1 asks the simulated host to write it while the service runs; after
+# the stop it is the final state.
+show_spooler() {
+  if [ "${1:-}" != "final" ]; then
+    rm -f "$VEXOR_SIM_STATE"
+    kill -USR1 "$service_pid"
+    for _ in $(seq 50); do [ -s "$VEXOR_SIM_STATE" ] && break; sleep 0.1; done
+  fi
   python3 - "$VEXOR_SIM_STATE" <<'PY'
 import json, sys
-ports = [p for p in json.load(open(sys.argv[1]))["ports"] if p.get("monitor") == "TCPMON.DLL"]
+state = json.load(open(sys.argv[1]))
+ports = [p for p in state["ports"] if p.get("monitor") == "TCPMON.DLL"]
 print("spooler's TCP/IP ports:", ", ".join("%s -> %s:%s" % (p["name"], p["hostAddress"], p["portNumber"]) for p in ports) or "none")
+print("spooler's printers:    ", ", ".join("%s (on %s)" % (p["pPrinterName"], p["pPortName"]) for p in state["printers"]) or "none")
+print("plugins listening:     ", ", ".join(state.get("listeners", [])) or "none")
 PY
+}
+
+wait_for_log() {
+  for _ in $(seq 100); do grep -qs "$1" "$log_dir"/*.txt && return 0; sleep 0.1; done
+  echo "(no \"$1\" in the log)"
 }
 
 heading "A short session"
@@ -56,21 +67,30 @@ send '{"msg":"getTcpProcessInfo","_msgUniqueId":2,"IP":"127.0.0.1","Port":5555}'
 send '{"msg":"createPPort","_msgUniqueId":3,"pPortName":"demo port"}'
 send '{"msg":"deletePrinter"}'
 
-heading "A port for a plugin's listener, made and removed"
-show_ports
-send '{"msg":"createPPort","_msgUniqueId":4,"pPortName":"VEXOR_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
-show_ports
-send '{"msg":"createPPort","_msgUniqueId":5,"pPortName":"VEXOR_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
-send '{"msg":"deletePPort","_msgUniqueId":6,"name":"VEXOR_127.0.1.20:9101"}'
-show_ports
+heading "What an earlier run left was cleared at the start"
+echo "(the host file had \"Local printer of an earlier run\" on Vexor_127.0.1.20:9105)"
+show_spooler
+
+heading "Ports for two plugins: one listens, one has gone away"
+send '{"msg":"createPPort","_msgUniqueId":4,"pPortName":"Vexor_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
+send '{"msg":"createPPort","_msgUniqueId":5,"pPortName":"Vexor_127.0.1.20:9101","IP":"127.0.1.20","port":9101}'
+send '{"msg":"createPPort","_msgUniqueId":6,"pPortName":"Vexor_127.0.1.20:9102","IP":"127.0.1.20","port":9102}'
+echo
+echo "(each vexorctl leaves after its reply; at the next empty queue the reaper"
+echo " keeps the port whose plugin listens and removes the one nobody listens on)"
+wait_for_log "Reaped abandoned Printer Port:Vexor_127.0.1.20:9102"
+show_spooler
 
 heading "Stopping the service (SIGTERM stands for the control manager's stop)"
 kill -TERM "$service_pid"
 wait "$service_pid" || true
 trap - EXIT
 
+heading "After the stop: the service cleared everything of its own"
+show_spooler final
+
 heading "Interesting lines of the log"
-grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|Adding port|Deleting PPort|stale printers removed|worker thread stopped|Done OnStop" \
+grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|Adding port|Deleting PPort|stale printers removed|listener|Reaped|worker thread stopped|Done OnStop" \
   "$log_dir"/*.txt | grep -v "JSON:" | sed -E 's/^([^ ]+) LogLevel:([0-9]).*\|([A-Za-z_:~]+)\(\)\| +/\1 L\2 \3: /'
 
 heading "What the control manager and the event log saw"

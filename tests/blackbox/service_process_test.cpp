@@ -159,21 +159,22 @@ TEST_F(ServiceProcess, RunsUnderTheControlManagerAnswersAndStopsOnSigterm) {
     EXPECT_EQ(log.find("Destructor called but not stopped"), std::string::npos);
 }
 
-// The state file on request (SIGUSR1) shows a port come and go while the
-// service runs.
-TEST_F(ServiceProcess, PortVerbsFromVexorctlShowInTheStateFileOnRequest) {
+// The state file on request (SIGUSR1) shows the service's ports as they come
+// and go: what an earlier run left is gone at the start; a port whose plugin
+// listens survives vexorctl's departure, one whose plugin is gone is reaped;
+// the stop clears the rest.
+TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
     startService();
     ASSERT_TRUE(waitForLog("listen returned success")) << logText();
-    auto tcpPortsNow = [&] {
+    auto stateNow = [&] {
         fs::remove(statePath());
         kill(pid_, SIGUSR1);
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         while (!fs::exists(statePath()) && std::chrono::steady_clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        Json::Value state;
-        std::ifstream stateFile(statePath());
-        std::string errors;
-        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stateFile, &state, &errors)) << errors;
+        return readState();
+    };
+    auto tcpPorts = [](const Json::Value& state) {
         std::vector<std::string> ports;
         for (const Json::Value& port : state["ports"])
             if (port["monitor"].asString() == "TCPMON.DLL")
@@ -181,17 +182,26 @@ TEST_F(ServiceProcess, PortVerbsFromVexorctlShowInTheStateFileOnRequest) {
                                 port["portNumber"].asString());
         return ports;
     };
-    EXPECT_TRUE(tcpPortsNow().empty());
-    ProgramResult made = vexorctl(
-        "--raw '{\"msg\":\"createPPort\",\"_msgUniqueId\":1,\"pPortName\":\"VEXOR_127.0.1.20:9101\","
+    Json::Value started = stateNow();
+    EXPECT_TRUE(tcpPorts(started).empty());
+    EXPECT_TRUE(started["printers"].empty()) << started["printers"].toStyledString();
+    ASSERT_EQ(started["listeners"].size(), 1u);
+    EXPECT_EQ(started["listeners"][0].asString(), "127.0.1.20:9101");
+
+    ProgramResult live = vexorctl(
+        "--raw '{\"msg\":\"createPPort\",\"_msgUniqueId\":1,\"pPortName\":\"Vexor_127.0.1.20:9101\","
         "\"IP\":\"127.0.1.20\",\"port\":9101}'");
-    EXPECT_EQ(made.output, "{\"_msgUniqueId\":1,\"status\":\"success\"}\n");
-    EXPECT_EQ(tcpPortsNow(), std::vector<std::string>{"VEXOR_127.0.1.20:9101->127.0.1.20:9101"});
-    ProgramResult removed =
-        vexorctl("--raw '{\"msg\":\"deletePPort\",\"_msgUniqueId\":2,\"name\":\"VEXOR_127.0.1.20:9101\"}'");
-    EXPECT_EQ(removed.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
-    EXPECT_TRUE(tcpPortsNow().empty());
+    EXPECT_EQ(live.output, "{\"_msgUniqueId\":1,\"status\":\"success\"}\n");
+    ProgramResult gone = vexorctl(
+        "--raw '{\"msg\":\"createPPort\",\"_msgUniqueId\":2,\"pPortName\":\"Vexor_127.0.1.20:9102\","
+        "\"IP\":\"127.0.1.20\",\"port\":9102}'");
+    EXPECT_EQ(gone.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
+    ASSERT_TRUE(waitForLog("Reaped abandoned Printer Port:Vexor_127.0.1.20:9102")) << logText();
+    EXPECT_EQ(tcpPorts(stateNow()), std::vector<std::string>{"Vexor_127.0.1.20:9101->127.0.1.20:9101"});
+
     EXPECT_EQ(stopService(), 0);
+    EXPECT_TRUE(tcpPorts(readState()).empty());
+    EXPECT_NE(logText().find("Reaped abandoned Printer Port:Vexor_127.0.1.20:9101"), std::string::npos);
 }
 
 // Two logon sessions of one user, each with a printer: vexorctl, speaking
