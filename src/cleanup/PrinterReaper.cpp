@@ -213,15 +213,9 @@ int DestroyPrinter(const wchar_t* printerName) {
 
 int deletePrinterPort(const wchar_t* portName) {
     VX_DECLARE_FUNCTION_NAME(self);
-    std::wstring xcvPort = std::wstring(L",XcvPort ") + portName;
     HANDLE monitor = nullptr;
-    PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
-    if (!OpenPrinterW(&xcvPort[0], &monitor, &defaults)) {
-        VX_LOG(kLogError, kWithLastError, 4, "Failed to open port monitor (TCPMON) with:");
-        if (GetLastError() == ERROR_ACCESS_DENIED)
-            VX_LOG(kLogError, kNoLastError, 5, "Current Account set up without permissions to access Printer Ports.");
+    if (!PrinterUtil::openPortToAdminister(portName, &monitor, self.c_str(), "Failed to open port monitor (TCPMON) with:"))
         return 0;
-    }
     DELETE_PORT_DATA_1 deleteData;
     std::memset(&deleteData, 0, sizeof deleteData);
     deleteData.dwVersion = kDeletePortVersion;

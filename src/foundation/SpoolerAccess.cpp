@@ -130,17 +130,21 @@ int getPrinterPortInfo2(PORT_INFO_2W** ports) {
     return -static_cast<int>(GetLastError());
 }
 
-int getPrinterPortData1(const wchar_t* portName, PORT_DATA_1* portData) {
-    VX_LOG(kLogNormal, kNoLastError, 3, "getPrinterPortData1:%ls", portName);
+bool openPortToAdminister(const wchar_t* portName, HANDLE* monitor, const char* caller, const char* failureLine) {
     std::wstring xcvPort = std::wstring(L",XcvPort ") + portName;
-    HANDLE monitor = nullptr;
     PRINTER_DEFAULTSW defaults = {nullptr, nullptr, SERVER_ACCESS_ADMINISTER};
-    if (!OpenPrinterW(&xcvPort[0], &monitor, &defaults)) {
-        VX_LOG(kLogError, kWithLastError, 4, " Failed to open port monitor (TCPMON) with:");
-        if (GetLastError() == ERROR_ACCESS_DENIED)
-            VX_LOG(kLogError, kNoLastError, 5, "Current Account set up without permissions to access Printer Ports.");
-        return 0;
-    }
+    if (OpenPrinterW(&xcvPort[0], monitor, &defaults)) return true;
+    VX_LOG_AS(caller, kLogError, kWithLastError, 4, "%s", failureLine);
+    if (GetLastError() == ERROR_ACCESS_DENIED)
+        VX_LOG_AS(caller, kLogError, kNoLastError, 5, "Current Account set up without permissions to access Printer Ports.");
+    return false;
+}
+
+int getPrinterPortData1(const wchar_t* portName, PORT_DATA_1* portData) {
+    VX_DECLARE_FUNCTION_NAME(self);
+    VX_LOG(kLogNormal, kNoLastError, 3, "getPrinterPortData1:%ls", portName);
+    HANDLE monitor = nullptr;
+    if (!openPortToAdminister(portName, &monitor, self.c_str(), " Failed to open port monitor (TCPMON) with:")) return 0;
     CONFIG_INFO_DATA_1 configInfo;
     configInfo.dwVersion = kConfigInfoVersion;
     DWORD needed = 0, status = 0;

@@ -22,6 +22,11 @@ int getPrintersInfo(PRINTER_INFO_2W** printers);
 // failed; -1 when out of memory; the negated last error when the fetch
 // failed. `ports` is null unless a block is handed out.
 int getPrinterPortInfo2(PORT_INFO_2W** ports);
+// Opens the TCP/IP monitor's interface of one port (",XcvPort <name>") to
+// administer it. On failure logs `failureLine` with the last error, and for
+// an account that may not administer ports a second line, both as lines of
+// `caller`.
+bool openPortToAdminister(const wchar_t* portName, HANDLE* monitor, const char* caller, const char* failureLine);
 // The TCP/IP monitor's configuration of one port into `portData`: 1 or 0.
 int getPrinterPortData1(const wchar_t* portName, PORT_DATA_1* portData);
 

@@ -42,18 +42,6 @@ DWORD departedListener() {
     return port;
 }
 
-void addTcpPort(const std::wstring& name, const std::wstring& address, DWORD portNumber, DWORD protocol = 1) {
-    spooler::PrinterPort port;
-    port.name = name;
-    spooler::TcpPortConfiguration tcp;
-    tcp.hostAddress = address;
-    tcp.ipAddress = address;
-    tcp.portNumber = portNumber;
-    tcp.protocol = protocol;
-    port.tcp = tcp;
-    spooler::addPort(port);
-}
-
 bool hasPrinter(const std::wstring& name) { return spooler::findPrinter(name).has_value(); }
 bool hasPort(const std::wstring& name) { return spooler::findPort(name).has_value(); }
 
@@ -176,7 +164,7 @@ TEST_F(Reaper, ForeignPrinterKeepsThePortWhileTheServicesPrintersOnItGo) {
 }
 
 TEST_F(Reaper, PrintersOfOtherSoftwareOnOtherPortsAreNeverTouched) {
-    addTcpPort(L"Office_10.0.0.5", L"10.0.0.5", 9100);
+    testsupport::addRawTcpPort(L"Office_10.0.0.5", 9100, L"10.0.0.5");
     testsupport::addTestPrinter(L"Local office", L"Office_10.0.0.5");
     testsupport::addTestPrinter(L"Printer on LPT1", L"LPT1:");
     EXPECT_EQ(PrinterReaper::reapPrinterPorts(1), 0u);
@@ -220,8 +208,8 @@ TEST_F(Reaper, NetworkPortOfAnotherMonitorIsNamedAndSuspiciousWhenNamedVexor) {
 }
 
 TEST_F(Reaper, VexorNamedPortElsewhereOrOfAnotherProtocolIsSuspicious) {
-    addTcpPort(L"Vexor_far", L"10.0.0.5", 9100);
-    addTcpPort(L"Vexor_lpr", L"127.0.1.20", departedListener(), 2);
+    testsupport::addRawTcpPort(L"Vexor_far", 9100, L"10.0.0.5");
+    testsupport::addRawTcpPort(L"Vexor_lpr", departedListener(), L"127.0.1.20", 2);
     EXPECT_EQ(PrinterReaper::reapPrinterPorts(1), 0u);
     expectLine("Port name (Vexor_far) indicates it's a Vexor port but it's IP is not 127.0.1.20. Suspicious!", 3,
                kError, kNumber);
@@ -233,7 +221,7 @@ TEST_F(Reaper, VexorNamedPortElsewhereOrOfAnotherProtocolIsSuspicious) {
 }
 
 TEST_F(Reaper, AddressThatOnlyStartsWithTheServicesCountsAsIt) {
-    addTcpPort(L"Vexor_201", L"127.0.1.201", departedListener());
+    testsupport::addRawTcpPort(L"Vexor_201", departedListener(), L"127.0.1.201");
     EXPECT_EQ(PrinterReaper::getVexorPrinterPortTcpPortNumber(L"Vexor_201"), spooler::findPort(L"Vexor_201")->tcp->portNumber);
 }
 

@@ -5,6 +5,8 @@
 #include "simhost/hostfile/host_file.h"
 #include "simhost/ws2_32/winsock.h"
 
+#include "host_file_test_helpers.h"
+
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -23,22 +25,9 @@ protected:
     void TearDown() override { simhost::Host::get().reset(); }
 };
 
-Json::Value parse(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
-    return value;
-}
-
-std::string refusal(const std::string& text) {
-    try {
-        simhost::applyHostDescription(parse(text), ".");
-    } catch (const simhost::HostFileError& e) {
-        return e.what();
-    }
-    return "accepted";
-}
+using hostfiletest::apply;
+using hostfiletest::parse;
+using hostfiletest::refusal;
 
 // A port of 127.0.1.20 that the system just gave out and that is free again.
 u_short freePort() {

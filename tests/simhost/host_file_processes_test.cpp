@@ -8,6 +8,8 @@
 #include "simhost/kernel32/processes.h"
 #include "simhost/kernel32/threads.h"
 
+#include "host_file_test_helpers.h"
+
 #include <gtest/gtest.h>
 #include <json/json.h>
 
@@ -25,25 +27,9 @@ protected:
     void TearDown() override { simhost::Host::get().reset(); }
 };
 
-Json::Value parse(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
-    return value;
-}
-
-void apply(const std::string& text) { simhost::applyHostDescription(parse(text), "."); }
-
-std::string refusal(const std::string& text) {
-    try {
-        apply(text);
-    } catch (const simhost::HostFileError& e) {
-        return e.what();
-    }
-    return "accepted";
-}
+using hostfiletest::apply;
+using hostfiletest::parse;
+using hostfiletest::refusal;
 
 const char* const kMachine = R"json({
   "serviceProcessId": 4242,

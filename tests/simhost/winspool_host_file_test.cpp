@@ -3,6 +3,7 @@
 // key of the wrong kind or unknown refused by name.
 #include "simhost/core/text.h"
 #include "simhost/hostfile/host_file.h"
+#include "host_file_test_helpers.h"
 #include "winspool_test_helpers.h"
 
 #include <chrono>
@@ -16,26 +17,9 @@ namespace {
 
 class SpoolerHostFile : public Spooler {};
 
-Json::Value parse(const std::string& text) {
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
-    return value;
-}
-
-void apply(const std::string& text) { simhost::applyHostDescription(parse(text), "."); }
-
-// The message a host file is refused with.
-std::string refusal(const std::string& text) {
-    try {
-        apply(text);
-    } catch (const simhost::HostFileError& e) {
-        return e.what();
-    }
-    return "accepted";
-}
+using hostfiletest::apply;
+using hostfiletest::parse;
+using hostfiletest::refusal;
 
 const char* const kMachine = R"json({
   "drivers": [

@@ -8,13 +8,14 @@ namespace spooler = simhost::winspool;
 
 void addTestDriver() { spooler::addDriver({kTestDriver, spooler::kLocalEnvironment, L"", L"", {}}); }
 
-void addRawTcpPort(const std::wstring& name, DWORD portNumber, const std::wstring& address) {
+void addRawTcpPort(const std::wstring& name, DWORD portNumber, const std::wstring& address, DWORD protocol) {
     spooler::PrinterPort port;
     port.name = name;
     spooler::TcpPortConfiguration tcp;
     tcp.hostAddress = address;
     tcp.ipAddress = address;
     tcp.portNumber = portNumber;
+    tcp.protocol = protocol;
     port.tcp = tcp;
     spooler::addPort(port);
 }

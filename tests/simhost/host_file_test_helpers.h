@@ -1,0 +1,35 @@
+// Applying host-file text in tests, and the message a host file is refused
+// with.
+#pragma once
+
+#include "simhost/hostfile/host_file.h"
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <memory>
+#include <string>
+
+namespace hostfiletest {
+
+inline Json::Value parse(const std::string& text) {
+    Json::Value value;
+    std::string errors;
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
+    return value;
+}
+
+inline void apply(const std::string& text) { simhost::applyHostDescription(parse(text), "."); }
+
+// "accepted" when the host file was taken.
+inline std::string refusal(const std::string& text) {
+    try {
+        apply(text);
+    } catch (const simhost::HostFileError& e) {
+        return e.what();
+    }
+    return "accepted";
+}
+
+}  // namespace hostfiletest
