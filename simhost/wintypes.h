@@ -29,6 +29,7 @@ typedef BYTE BOOLEAN;
 typedef uint16_t WORD;
 typedef uint32_t DWORD;
 typedef uint32_t UINT;
+typedef UINT* PUINT;
 typedef int32_t INT;
 typedef int32_t LONG;
 typedef uint32_t ULONG;

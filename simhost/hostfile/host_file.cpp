@@ -32,13 +32,18 @@ void checkKnownKeys(const Json::Value& host) {
 }
 
 std::string stateFilePath;
+std::string sourceDirectory;
 
 void writeStateAtExit() { writeStateFileOrReport(stateFilePath); }
 
 }  // namespace
 
-void applyHostDescription(const Json::Value& host, const std::string& baseDirectory) {
+const std::string& hostFileDirectory() { return sourceDirectory; }
+
+void applyHostDescription(const Json::Value& host, const std::string& baseDirectory,
+                          const std::string& hostFileFolder) {
     checkKnownKeys(host);
+    sourceDirectory = hostFileFolder.empty() ? baseDirectory : hostFileFolder;
     for (const HostSection& section : hostSections())
         if (host.isMember(section.key)) section.apply(host[section.key], baseDirectory);
 }
@@ -46,8 +51,8 @@ void applyHostDescription(const Json::Value& host, const std::string& baseDirect
 void loadHostFile(const std::string& path) {
     Json::Value host = readJson(path);
     const char* root = std::getenv("VEXOR_SIM_ROOT");
-    std::string base = root && *root ? root : std::filesystem::absolute(path).parent_path().string();
-    applyHostDescription(host, base);
+    std::string directory = std::filesystem::absolute(path).parent_path().string();
+    applyHostDescription(host, root && *root ? root : directory, directory);
 }
 
 Json::Value describeHostState() {

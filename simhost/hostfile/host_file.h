@@ -27,8 +27,10 @@ void prepareProcessFromEnvironment();
 // Arranges the machine from a host file. Relative drive directories are
 // taken from VEXOR_SIM_ROOT if set, else from the host file's folder.
 void loadHostFile(const std::string& path);
-// The same from the file's parsed content.
-void applyHostDescription(const Json::Value& host, const std::string& baseDirectory);
+// The same from the file's parsed content. Files named by "copyFiles" are
+// taken from `hostFileFolder`, or from the base directory when it is empty.
+void applyHostDescription(const Json::Value& host, const std::string& baseDirectory,
+                          const std::string& hostFileFolder = {});
 
 // The machine's state as the state file holds it.
 Json::Value describeHostState();

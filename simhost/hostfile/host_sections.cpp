@@ -94,6 +94,22 @@ void applyFiles(const Json::Value& files, const std::string&) {
     }
 }
 
+// "copyFiles": {"C:\\Windows\\INF\\oem7.inf": "relative/source.inf"}, each
+// source, relative to the host file's directory, copied byte for byte with
+// its target's folders made.
+void applyCopyFiles(const Json::Value& copies, const std::string&) {
+    requireObject(copies, "\"copyFiles\"");
+    for (const std::string& target : copies.getMemberNames()) {
+        std::filesystem::path source = requireString(copies[target], "\"copyFiles\" source of " + target);
+        if (source.is_relative()) source = std::filesystem::path(hostFileDirectory()) / source;
+        if (!std::filesystem::is_regular_file(source))
+            throw HostFileError("\"copyFiles\" source \"" + source.string() + "\" is not a file");
+        std::filesystem::path native = nativePathOf(widen(target), "\"copyFiles\" target");
+        std::filesystem::create_directories(native.parent_path());
+        std::filesystem::copy_file(source, native, std::filesystem::copy_options::overwrite_existing);
+    }
+}
+
 void applyTimeScale(const Json::Value& scale, const std::string&) {
     if (!scale.isNumeric() || scale.asDouble() <= 0) throw HostFileError("\"timeScale\" must be a positive number");
     Host::get().setTimeScale(scale.asDouble());
@@ -457,6 +473,7 @@ const std::vector<HostSection>& hostSections() {
         {"drives", applyDrives, nullptr},
         {"directories", applyDirectories, nullptr},
         {"files", applyFiles, nullptr},
+        {"copyFiles", applyCopyFiles, nullptr},
         {"timeScale", applyTimeScale, nullptr},
         {"serviceProcessId", applyServiceProcessId, nullptr},
         {"ansiCodePage", applyAnsiCodePage, nullptr},

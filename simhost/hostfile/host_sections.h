@@ -31,6 +31,10 @@ bool isHostSection(const std::string& key);
 // running service's spooler can be looked at.
 void startControlSignalBridge(const std::string& stateFilePath);
 
+// The directory of the host file being applied, which "copyFiles" sources
+// are relative to.
+const std::string& hostFileDirectory();
+
 // Readers that name what is wrong, for the sections.
 std::string requireString(const Json::Value& value, const std::string& what);
 std::wstring requireWideString(const Json::Value& value, const std::string& what);

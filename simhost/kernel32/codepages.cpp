@@ -15,6 +15,7 @@
 // default character, as with that flag.
 #include "simhost/core/host.h"
 #include "simhost/core/text.h"
+#include "simhost/kernel32/codepages.h"
 #include "simhost/kernel32/host_settings.h"
 #include "simhost/kernel32/kernel32.h"
 
@@ -37,6 +38,7 @@ constexpr char32_t kNotACharacter = 0xFFFFFFFF;  // a lone surrogate or a value 
 
 struct CodePageState {
     std::atomic<UINT> ansiCodePage{kWindows1252};
+    std::atomic<WORD> language{0x0409};
 };
 
 CodePageState& codePageState() { return Host::get().state<CodePageState>(); }
@@ -207,6 +209,30 @@ bool badCounts(const void* in, int inCount, const void* out, int outCount) {
 }
 
 }  // namespace
+
+bool decodeMultiByte(UINT codePage, const std::string& bytes, std::wstring& text) {
+    UINT page = resolveCodePage(codePage);
+    if (!page) return false;
+    auto data = reinterpret_cast<const unsigned char*>(bytes.data());
+    Decoded decoded = page == CP_UTF8 ? decodeUtf8(data, bytes.size()) : decodeWindows1252(data, bytes.size());
+    text.assign(decoded.text.begin(), decoded.text.end());
+    return true;
+}
+
+std::wstring decodeUtf16Le(const std::string& bytes) {
+    std::wstring units;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+        units += static_cast<wchar_t>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8);
+    std::wstring text;
+    for (char32_t point : codePointsOf(units.data(), units.size()))
+        text += static_cast<wchar_t>(point == kNotACharacter ? kReplacementCharacter : point);
+    if (bytes.size() % 2) text += static_cast<wchar_t>(kReplacementCharacter);
+    return text;
+}
+
+void setSystemLanguage(WORD languageId) { codePageState().language = languageId; }
+
+WORD systemLanguage() { return codePageState().language; }
 
 bool setAnsiCodePage(UINT codePage) {
     if (codePage != kWindows1252 && codePage != CP_UTF8) return false;

@@ -16,6 +16,8 @@ namespace {
 
 bool isNullGuid(const GUID& guid) { return guid == GUID{}; }
 
+}  // namespace
+
 // The ClassGUID value of a device's registry key: braces, lower case.
 std::wstring registryForm(const GUID& guid) {
     wchar_t text[39];
@@ -31,6 +33,8 @@ std::optional<std::wstring> knownClassName(const GUID& guid) {
     if (guid == GUID_DEVCLASS_PRINTQUEUE) return L"PrintQueue";
     return std::nullopt;
 }
+
+namespace {
 
 DeviceProperty stringProperty(std::wstring value) { return {REG_SZ, {std::move(value)}}; }
 

@@ -57,3 +57,42 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO deviceInfoSet, PSP_DEVINF
                                               DWORD propertyBufferSize, PDWORD requiredSize);
 BOOL WINAPI SetupDiRemoveDevice(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData);
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO deviceInfoSet);
+
+// ---- INF files ----
+
+typedef PVOID HINF;
+
+// A line of an open INF file, as SetupFindFirstLineW finds it. Callers pass it
+// back without changing it.
+typedef struct _INFCONTEXT {
+    PVOID Inf;
+    PVOID CurrentInf;
+    UINT Section;
+    UINT Line;
+} INFCONTEXT, *PINFCONTEXT;
+
+// Styles of SetupOpenInfFileW.
+#define INF_STYLE_NONE 0x00000000u
+#define INF_STYLE_OLDNT 0x00000001u
+#define INF_STYLE_WIN4 0x00000002u
+
+// Errors of INF files (APPLICATION_ERROR_MASK | ERROR_SEVERITY_ERROR | code):
+// syntax errors while loading, then errors of the INF calls.
+#define ERROR_EXPECTED_SECTION_NAME 0xE0000000L
+#define ERROR_BAD_SECTION_NAME_LINE 0xE0000001L
+#define ERROR_SECTION_NAME_TOO_LONG 0xE0000002L
+#define ERROR_GENERAL_SYNTAX 0xE0000003L
+#define ERROR_WRONG_INF_STYLE 0xE0000100L
+#define ERROR_SECTION_NOT_FOUND 0xE0000101L
+#define ERROR_LINE_NOT_FOUND 0xE0000102L
+#define ERROR_CLASS_MISMATCH 0xE0000203L
+
+HINF WINAPI SetupOpenInfFileW(PCWSTR fileName, PCWSTR infClass, DWORD infStyle, PUINT errorLine);
+void WINAPI SetupCloseInfFile(HINF infHandle);
+BOOL WINAPI SetupFindFirstLineW(HINF infHandle, PCWSTR section, PCWSTR key, PINFCONTEXT context);
+BOOL WINAPI SetupFindNextLine(PINFCONTEXT contextIn, PINFCONTEXT contextOut);
+DWORD WINAPI SetupGetFieldCount(PINFCONTEXT context);
+BOOL WINAPI SetupGetStringFieldW(PINFCONTEXT context, DWORD fieldIndex, PWSTR returnBuffer, DWORD returnBufferSize,
+                                 PDWORD requiredSize);
+BOOL WINAPI SetupGetMultiSzFieldW(PINFCONTEXT context, DWORD fieldIndex, PWSTR returnBuffer, DWORD returnBufferSize,
+                                  LPDWORD requiredSize);

@@ -8,6 +8,8 @@
 #include "simhost/setupapi/device_tree.h"
 
 #include <mutex>
+#include <optional>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -42,6 +44,11 @@ struct SetupApiState {
     // The open set of this handle; null for a closed or unknown handle.
     DeviceInfoSet* findSet(HDEVINFO handle);
 };
+
+// A class GUID in registry form: braces, lower case.
+std::wstring registryForm(const GUID& guid);
+// The class names of the setup classes the host knows by GUID.
+std::optional<std::wstring> knownClassName(const GUID& guid);
 
 // Instance ids and enumerator names compare regardless of case.
 bool sameIgnoringCase(const std::wstring& a, const std::wstring& b);
