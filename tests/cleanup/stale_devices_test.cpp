@@ -166,6 +166,8 @@ TEST(PrinterCleanupThread, StopDuringAPassEndsItAfterTheDeviceInHand) {
     EXPECT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupStoppedEvent(harness.service())));
     simhost::Host::get().faults().releaseCall("SetupDiGetDeviceRegistryPropertyW");
     stopped.get();
+    // The thread writes its last line after it has signalled that it stopped.
+    ASSERT_TRUE(harness.log().waitFor("Printer cleanup thread exiting."));
     std::vector<std::string> messages = harness.log().messages();
     std::vector<std::string> tail;
     for (const std::string& message : messages)
