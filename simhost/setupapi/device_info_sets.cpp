@@ -47,6 +47,14 @@ ElementLookup findInputElement(SetupApiState& state, HDEVINFO handle, const SP_D
     return {nullptr, ERROR_INVALID_PARAMETER};
 }
 
+SetTarget findTarget(SetupApiState& state, HDEVINFO handle, const SP_DEVINFO_DATA* data) {
+    DeviceInfoSet* set = state.findSet(handle);
+    if (!set) return {nullptr, nullptr, ERROR_INVALID_HANDLE};
+    if (!data) return {set, nullptr, ERROR_SUCCESS};
+    ElementLookup lookup = findInputElement(state, handle, data);
+    return {lookup.element ? set : nullptr, lookup.element, lookup.error};
+}
+
 }  // namespace setupapi
 }  // namespace simhost
 

@@ -57,6 +57,8 @@ std::vector<Device> devices();
 bool deviceExists(const std::wstring& instanceId);
 // Device information sets that are open, to find sets that were not destroyed.
 size_t openDeviceInfoSetCount();
+// Driver lists built and not destroyed, in all open sets.
+size_t openDriverInfoListCount();
 
 // ---- Reading a node ----
 

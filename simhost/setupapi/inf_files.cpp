@@ -37,28 +37,10 @@ std::wstring resolveInfName(const std::wstring& name) {
     return L"C:\\Windows\\INF\\" + name;
 }
 
-// A WIN4 INF file has a [Version] section whose Signature is "$Windows NT$"
-// or "$Chicago$", in any case.
-bool isWin4(const InfFile& file) {
-    std::wstring signature = file.value(L"Version", L"Signature");
-    return sameIgnoringCase(signature, L"$Windows NT$") || sameIgnoringCase(signature, L"$Chicago$");
-}
-
-// The file's class: its Class value, else the name of the class of its
-// ClassGUID when the host knows that class.
-std::wstring classOf(const InfFile& file) {
-    std::wstring name = file.value(L"Version", L"Class");
-    if (!name.empty()) return name;
-    std::wstring guid = file.value(L"Version", L"ClassGUID");
-    for (const GUID& known : {GUID_DEVCLASS_PRINTER, GUID_DEVCLASS_PRINTQUEUE})
-        if (sameIgnoringCase(guid, registryForm(known))) return *knownClassName(known);
-    return {};
-}
-
 // The error of opening the file for this style and class, or 0.
 DWORD refusal(const InfFile& file, PCWSTR infClass, DWORD infStyle) {
-    if (!(infStyle & INF_STYLE_WIN4) || !isWin4(file)) return ERROR_WRONG_INF_STYLE;
-    if (infClass && *infClass && !sameIgnoringCase(classOf(file), infClass)) return ERROR_CLASS_MISMATCH;
+    if (!(infStyle & INF_STYLE_WIN4) || !isWin4Inf(file)) return ERROR_WRONG_INF_STYLE;
+    if (infClass && *infClass && !sameIgnoringCase(infClassOf(file), infClass)) return ERROR_CLASS_MISMATCH;
     return ERROR_SUCCESS;
 }
 
@@ -103,6 +85,24 @@ BOOL deliver(const std::wstring& text, PWSTR buffer, DWORD bufferSize, PDWORD re
 }
 
 }  // namespace
+
+// A WIN4 INF file has a [Version] section whose Signature is "$Windows NT$"
+// or "$Chicago$", in any case.
+bool isWin4Inf(const InfFile& file) {
+    std::wstring signature = file.value(L"Version", L"Signature");
+    return sameIgnoringCase(signature, L"$Windows NT$") || sameIgnoringCase(signature, L"$Chicago$");
+}
+
+// The file's class: its Class value, else the name of the class of its
+// ClassGUID when the host knows that class.
+std::wstring infClassOf(const InfFile& file) {
+    std::wstring name = file.value(L"Version", L"Class");
+    if (!name.empty()) return name;
+    std::wstring guid = file.value(L"Version", L"ClassGUID");
+    for (const GUID& known : {GUID_DEVCLASS_PRINTER, GUID_DEVCLASS_PRINTQUEUE})
+        if (sameIgnoringCase(guid, registryForm(known))) return *knownClassName(known);
+    return {};
+}
 
 size_t openInfHandleCount() {
     return withInfState([](InfState& state) { return state.open.size(); });

@@ -48,5 +48,11 @@ struct InfState {
 // ERROR_ACCESS_DENIED for a directory, or a syntax error with its line.
 InfParse loadInfFile(InfState& state, const std::wstring& windowsPath);
 
+// Whether the file's [Version] Signature is "$Windows NT$" or "$Chicago$".
+bool isWin4Inf(const InfFile& file);
+// The file's class: its Class value, else the name of the class of its
+// ClassGUID when the host knows that class.
+std::wstring infClassOf(const InfFile& file);
+
 }  // namespace setupapi
 }  // namespace simhost

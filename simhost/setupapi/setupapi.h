@@ -8,6 +8,9 @@ typedef PVOID HDEVINFO;
 
 // Error codes of the device installer (APPLICATION_ERROR_MASK |
 // ERROR_SEVERITY_ERROR | code).
+#define ERROR_NO_ASSOCIATED_CLASS 0xE0000200L
+#define ERROR_INVALID_DEVINST_NAME 0xE0000205L
+#define ERROR_DEVINST_ALREADY_EXISTS 0xE0000207L
 #define ERROR_INVALID_REG_PROPERTY 0xE0000209L
 #define ERROR_NO_SUCH_DEVINST 0xE000020BL
 
@@ -58,6 +61,120 @@ BOOL WINAPI SetupDiGetDeviceRegistryPropertyW(HDEVINFO deviceInfoSet, PSP_DEVINF
 BOOL WINAPI SetupDiRemoveDevice(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData);
 BOOL WINAPI SetupDiDestroyDeviceInfoList(HDEVINFO deviceInfoSet);
 
+// ---- Creating device information elements ----
+
+#define LINE_LEN 256
+
+// Flags of SetupDiCreateDeviceInfoW.
+#define DICD_GENERATE_ID 0x00000001u
+#define DICD_INHERIT_CLASSDRVS 0x00000002u
+
+// Flags and FlagsEx of SP_DEVINSTALL_PARAMS_W, those the service sets.
+#define DI_NOBROWSE 0x00000200u
+#define DI_QUIETINSTALL 0x00800000u
+#define DI_FLAGSEX_ALWAYSWRITEIDS 0x00000200u
+
+typedef PVOID HSPFILEQ;
+typedef UINT(CALLBACK* PSP_FILE_CALLBACK_W)(PVOID context, UINT notification, UINT_PTR param1, UINT_PTR param2);
+
+// Installation parameters of a device information element.
+typedef struct _SP_DEVINSTALL_PARAMS_W {
+    DWORD cbSize;
+    DWORD Flags;
+    DWORD FlagsEx;
+    HWND hwndParent;
+    PSP_FILE_CALLBACK_W InstallMsgHandler;
+    PVOID InstallMsgHandlerContext;
+    HSPFILEQ FileQueue;
+    ULONG_PTR ClassInstallReserved;
+    DWORD Reserved;
+    WCHAR DriverPath[MAX_PATH];
+} SP_DEVINSTALL_PARAMS_W, *PSP_DEVINSTALL_PARAMS_W;
+
+HDEVINFO WINAPI SetupDiCreateDeviceInfoList(const GUID* classGuid, HWND parent);
+BOOL WINAPI SetupDiCreateDeviceInfoW(HDEVINFO deviceInfoSet, PCWSTR deviceName, const GUID* classGuid,
+                                     PCWSTR deviceDescription, HWND parent, DWORD creationFlags,
+                                     PSP_DEVINFO_DATA deviceInfoData);
+BOOL WINAPI SetupDiSetDeviceInstallParamsW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
+                                           PSP_DEVINSTALL_PARAMS_W deviceInstallParams);
+BOOL WINAPI SetupDiGetDeviceInstallParamsW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
+                                           PSP_DEVINSTALL_PARAMS_W deviceInstallParams);
+
+// ---- Driver information lists ----
+
+#define SPDIT_NODRIVER 0x00000000u
+#define SPDIT_CLASSDRIVER 0x00000001u
+#define SPDIT_COMPATDRIVER 0x00000002u
+
+// One driver of a driver list. The list finds the driver again through
+// Reserved. Records of the first version end before DriverDate.
+typedef struct _SP_DRVINFO_DATA_V2_W {
+    DWORD cbSize;
+    DWORD DriverType;
+    ULONG_PTR Reserved;
+    WCHAR Description[LINE_LEN];
+    WCHAR MfgName[LINE_LEN];
+    WCHAR ProviderName[LINE_LEN];
+    FILETIME DriverDate;
+    DWORDLONG DriverVersion;
+} SP_DRVINFO_DATA_V2_W, *PSP_DRVINFO_DATA_V2_W;
+typedef SP_DRVINFO_DATA_V2_W SP_DRVINFO_DATA_W;
+typedef PSP_DRVINFO_DATA_V2_W PSP_DRVINFO_DATA_W;
+
+// The detail of a driver: a fixed part, then HardwareID, which runs on past
+// the record as a list of strings (the hardware id, then the compatible ids).
+typedef struct _SP_DRVINFO_DETAIL_DATA_W {
+    DWORD cbSize;
+    FILETIME InfDate;
+    DWORD CompatIDsOffset;
+    DWORD CompatIDsLength;
+    ULONG_PTR Reserved;
+    WCHAR SectionName[LINE_LEN];
+    WCHAR InfFileName[MAX_PATH];
+    WCHAR DrvDescription[LINE_LEN];
+    WCHAR HardwareID[1];
+} SP_DRVINFO_DETAIL_DATA_W, *PSP_DRVINFO_DETAIL_DATA_W;
+
+// Sizes on 64-bit Windows: 584, 1568 and 1584 bytes. Here WCHAR is the
+// 4-byte wchar_t, so what must match is the layout: the published members in
+// their order and 8-byte alignment, with the published counts of characters.
+// Each size is computed from the width of a character; with 2-byte characters
+// the formulas give the Windows sizes, which is checked too.
+namespace simhost::setupapi {
+constexpr size_t alignedTo8(size_t bytes) { return (bytes + 7) / 8 * 8; }
+constexpr size_t installParamsSize(size_t charSize) { return alignedTo8(60 + MAX_PATH * charSize); }
+constexpr size_t driverDateOffset(size_t charSize) { return 16 + 3 * LINE_LEN * charSize; }
+constexpr size_t driverInfoSize(size_t charSize) { return alignedTo8(driverDateOffset(charSize) + 8) + 8; }
+constexpr size_t hardwareIdOffset(size_t charSize) { return 32 + (2 * LINE_LEN + MAX_PATH) * charSize; }
+constexpr size_t driverDetailSize(size_t charSize) { return alignedTo8(hardwareIdOffset(charSize) + charSize); }
+}  // namespace simhost::setupapi
+
+static_assert(simhost::setupapi::installParamsSize(2) == 584 && simhost::setupapi::driverInfoSize(2) == 1568 &&
+                  simhost::setupapi::driverDetailSize(2) == 1584,
+              "the layouts give the Windows sizes with 2-byte characters");
+static_assert(offsetof(SP_DEVINSTALL_PARAMS_W, DriverPath) == 60 &&
+                  sizeof(SP_DEVINSTALL_PARAMS_W) == simhost::setupapi::installParamsSize(sizeof(WCHAR)),
+              "SP_DEVINSTALL_PARAMS_W: three DWORDs, five pointers, a DWORD, a path of MAX_PATH WCHARs");
+static_assert(offsetof(SP_DRVINFO_DATA_V2_W, Description) == 16 &&
+                  offsetof(SP_DRVINFO_DATA_V2_W, DriverDate) == simhost::setupapi::driverDateOffset(sizeof(WCHAR)) &&
+                  sizeof(SP_DRVINFO_DATA_V2_W) == simhost::setupapi::driverInfoSize(sizeof(WCHAR)),
+              "SP_DRVINFO_DATA_V2_W: two DWORDs, a pointer, three names of LINE_LEN WCHARs, a date, a version");
+static_assert(offsetof(SP_DRVINFO_DETAIL_DATA_W, Reserved) == 24 &&
+                  offsetof(SP_DRVINFO_DETAIL_DATA_W, SectionName) == 32 &&
+                  offsetof(SP_DRVINFO_DETAIL_DATA_W, HardwareID) ==
+                      simhost::setupapi::hardwareIdOffset(sizeof(WCHAR)) &&
+                  sizeof(SP_DRVINFO_DETAIL_DATA_W) == simhost::setupapi::driverDetailSize(sizeof(WCHAR)),
+              "SP_DRVINFO_DETAIL_DATA_W: a DWORD, a date, two DWORDs, a pointer, three strings, the id list");
+
+BOOL WINAPI SetupDiBuildDriverInfoList(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, DWORD driverType);
+BOOL WINAPI SetupDiEnumDriverInfoW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, DWORD driverType,
+                                   DWORD memberIndex, PSP_DRVINFO_DATA_W driverInfoData);
+BOOL WINAPI SetupDiGetDriverInfoDetailW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
+                                        PSP_DRVINFO_DATA_W driverInfoData,
+                                        PSP_DRVINFO_DETAIL_DATA_W driverInfoDetailData,
+                                        DWORD driverInfoDetailDataSize, PDWORD requiredSize);
+BOOL WINAPI SetupDiDestroyDriverInfoList(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData, DWORD driverType);
+
 // ---- INF files ----
 
 typedef PVOID HINF;
@@ -85,7 +202,7 @@ typedef struct _INFCONTEXT {
 #define ERROR_WRONG_INF_STYLE 0xE0000100L
 #define ERROR_SECTION_NOT_FOUND 0xE0000101L
 #define ERROR_LINE_NOT_FOUND 0xE0000102L
-#define ERROR_CLASS_MISMATCH 0xE0000203L
+#define ERROR_CLASS_MISMATCH 0xE0000201L
 
 HINF WINAPI SetupOpenInfFileW(PCWSTR fileName, PCWSTR infClass, DWORD infStyle, PUINT errorLine);
 void WINAPI SetupCloseInfFile(HINF infHandle);

@@ -6,7 +6,9 @@
 #include "simhost/core/host.h"
 #include "simhost/kernel32/kernel32.h"
 #include "simhost/setupapi/device_tree.h"
+#include "simhost/setupapi/driver_catalog.h"
 
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -26,10 +28,21 @@ struct DeviceInfoElement {
     // What SP_DEVINFO_DATA.Reserved carries for this element; unique on the
     // machine, so an element of another set is never taken for this one.
     ULONG_PTR token = 0;
+    // An element made by SetupDiCreateDeviceInfoW is not registered: its
+    // node is not in the tree, though it has a DevInst of its own.
+    bool registered = true;
+    SP_DEVINSTALL_PARAMS_W installParams{};
 };
 
 struct DeviceInfoSet {
+    // The class of a set made for one class; all zeros for none.
+    GUID classGuid{};
     std::vector<DeviceInfoElement> elements;
+    // Class driver lists built, by the token of their element; 0 keys the
+    // set's own list (no element given).
+    std::map<ULONG_PTR, std::vector<DriverInfo>> classDriverLists;
+    // The installation parameters of the set itself.
+    SP_DEVINSTALL_PARAMS_W installParams{};
 };
 
 struct SetupApiState {
@@ -37,6 +50,7 @@ struct SetupApiState {
     std::vector<Device> tree;
     DWORD lastDevInst = 0;
     ULONG_PTR lastElementToken = 0;
+    ULONG_PTR lastDriverToken = 0;
     std::unordered_map<HDEVINFO, DeviceInfoSet> sets;
 
     // The node of this handle in the tree; null when it was removed.
@@ -64,6 +78,16 @@ struct ElementLookup {
     DWORD error = ERROR_SUCCESS;
 };
 ElementLookup findInputElement(SetupApiState& state, HDEVINFO handle, const SP_DEVINFO_DATA* data);
+
+// What a call that takes an optional SP_DEVINFO_DATA works on: the set, and
+// the element when one is given (null for the set itself), or the error of
+// findInputElement.
+struct SetTarget {
+    DeviceInfoSet* set = nullptr;
+    DeviceInfoElement* element = nullptr;
+    DWORD error = ERROR_SUCCESS;
+};
+SetTarget findTarget(SetupApiState& state, HDEVINFO handle, const SP_DEVINFO_DATA* data);
 
 // The failure return of a BOOL call, with its last error.
 inline BOOL failWith(DWORD error) {

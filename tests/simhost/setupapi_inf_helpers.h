@@ -46,6 +46,17 @@ protected:
     std::unique_ptr<testsupport::TempDrive> drive;
 };
 
+// The bytes of a UTF-16 LE file with its byte-order mark (characters of the
+// basic plane only).
+inline std::string utf16le(const std::wstring& text) {
+    std::string bytes = "\xFF\xFE";
+    for (wchar_t c : text) {
+        bytes += static_cast<char>(c & 0xFF);
+        bytes += static_cast<char>((c >> 8) & 0xFF);
+    }
+    return bytes;
+}
+
 inline const char* const kVersion = "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=Printer\r\n";
 
 inline INFCONTEXT firstLine(HINF inf, const wchar_t* section, const wchar_t* key = nullptr) {

@@ -138,15 +138,6 @@ TEST_F(InfSyntax, TheSystemLanguagesStringsOverrideThePlainOnes) {
     SetupCloseInfFile(inf);
 }
 
-std::string utf16le(const std::wstring& text) {
-    std::string bytes = "\xFF\xFE";
-    for (wchar_t c : text) {
-        bytes += static_cast<char>(c & 0xFF);
-        bytes += static_cast<char>((c >> 8) & 0xFF);
-    }
-    return bytes;
-}
-
 TEST_F(InfSyntax, AUtf16FileWithItsByteOrderMark) {
     HINF inf = openText(utf16le(L"[Version]\r\nSignature=\"$Windows NT$\"\r\n[Acme]\r\n"
                                 L"\"Acme Drucker f\u00fcr B\u00fcros \u20ac\" = INSTALL, AcmeLaserBox_2000EA13\r\n"));
