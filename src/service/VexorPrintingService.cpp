@@ -1,6 +1,7 @@
 #include "service/VexorPrintingService.h"
 
 #include "cleanup/PrinterReaper.h"
+#include "drivers/DriverCatalogue.h"
 #include "foundation/PolicySettings.h"
 #include "foundation/ServiceLogging.h"
 #include "foundation/StaticLogger.h"
@@ -116,6 +117,8 @@ void VexorPrintingService::ServiceWorkerThread() {
         if (_createCmdSocket()) break;
         Sleep(kSocketRetryMs);
     }
+    // Complete before the socket thread reads the first command.
+    PrinterUtil::getDriverInfoDetail(driverInfoMap, driverHwIdMap, removeTrailingBracketsEnabled());
     startWorkItem(&VexorPrintingService::SocketReadThread);
     startWorkItem(&VexorPrintingService::PrinterCleanupThread);
     while (!stopping.load(std::memory_order_relaxed)) {

@@ -45,6 +45,16 @@ public:
     bool _checkMsgQueue();
     Json::Value _handleRequest(ClientMsg* msg);
 
+    // Host-wide switches of driver selection, each read from the registry once
+    // per run (the first call logs what it found).
+    struct FeatureSwitch {
+        std::atomic<bool> read{false};
+        std::atomic<DWORD> value{0};
+    };
+    bool removeTrailingBracketsEnabled();
+    bool addSeriesEnabled();
+    bool jsonOverridesEnabled();
+
     // The verb `reap`: one pass of the reaper without force.
     Json::Value _reapPrinters(const Json::Value& request);
 
@@ -88,6 +98,8 @@ private:
     HANDLE stoppedEvent;
     HANDLE msgQueueEvent;
     HANDLE hMsgQueueMutex;
+    // The driver catalogue, filled by the worker before the first command;
+    // driverInfoMap owns the records.
     DriverInfoMap driverInfoMap;
     DriverHwIdMap driverHwIdMap;
     MessageQueue msgQueue;
@@ -96,4 +108,7 @@ private:
     std::atomic<uint8_t> cleanupStopping;
     HANDLE cleanupStoppedEvent;
     HANDLE cleanupWakeEvent;
+    FeatureSwitch bracketCheckSwitch;
+    FeatureSwitch seriesMatchSwitch;
+    FeatureSwitch jsonOverridesSwitch;
 };
