@@ -64,8 +64,7 @@ std::optional<std::wstring> knownProgramPath(const std::wstring& name, Lookup lo
     std::vector<std::wstring> directories =
         hasPath || lookup == Lookup::ApplicationName ? std::vector<std::wstring>{currentDirectory()} : searchDirectories();
     for (const std::wstring& directory : directories) {
-        std::wstring path = fromDirectory(directory, file);
-        if (findProgram(path)) return path;
+        if (std::optional<std::wstring> path = knownImagePath(fromDirectory(directory, file))) return path;
     }
     return std::nullopt;
 }

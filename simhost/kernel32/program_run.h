@@ -33,6 +33,9 @@ using ProgramBody = std::function<DWORD(const std::wstring& arguments, const Pro
 // The program of a full image path (any case); null for one the host does
 // not know.
 ProgramBody findProgram(const std::wstring& imagePath);
+// The image path of the known program at this path, as the host spells it;
+// nothing for a path of no known program.
+std::optional<std::wstring> knownImagePath(const std::wstring& path);
 
 // What a command line starts: a known program and the text after its name.
 struct ProgramStart {

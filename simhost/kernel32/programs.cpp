@@ -58,6 +58,12 @@ struct ProgramState {
     }
 };
 
+const KnownProgram* knownProgram(const std::wstring& imagePath) {
+    for (const KnownProgram& program : kKnownPrograms)
+        if (_wcsicmp(program.imagePath, imagePath.c_str()) == 0) return &program;
+    return nullptr;
+}
+
 ProgramState& programState() { return Host::get().state<ProgramState>(); }
 
 }  // namespace
@@ -69,9 +75,13 @@ ProgramRun::ProgramRun(std::shared_ptr<Process> process) : exit_(std::make_share
 bool ProgramRun::endedWithin(DWORD milliseconds) const { return exit_->wait(milliseconds) == WAIT_OBJECT_0; }
 
 ProgramBody findProgram(const std::wstring& imagePath) {
-    for (const KnownProgram& program : kKnownPrograms)
-        if (_wcsicmp(program.imagePath, imagePath.c_str()) == 0) return program.body;
-    return nullptr;
+    const KnownProgram* program = knownProgram(imagePath);
+    return program ? program->body : nullptr;
+}
+
+std::optional<std::wstring> knownImagePath(const std::wstring& path) {
+    const KnownProgram* program = knownProgram(path);
+    return program ? std::optional<std::wstring>(program->imagePath) : std::nullopt;
 }
 
 void launchProgram(std::shared_ptr<Process> process, const std::wstring& commandLine, ProgramStart start) {
