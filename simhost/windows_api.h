@@ -12,6 +12,7 @@
 #include "simhost/crt/crt.h"
 // Processes and toolhelp snapshots, the TCP connection table, path functions.
 #include "simhost/kernel32/toolhelp.h"
+#include "simhost/kernel32/process_creation.h"
 #include "simhost/iphlpapi/iphlpapi.h"
 #include "simhost/shell32/paths.h"
 // Registry, service control manager and event log.

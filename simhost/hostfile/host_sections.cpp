@@ -462,11 +462,11 @@ Json::Value describeEventLog() {
     return list;
 }
 
+}  // namespace
+
 void reportOnly(const Json::Value&, const std::string&) {
     throw HostFileError("this key is reported in the state file and cannot be arranged");
 }
-
-}  // namespace
 
 const std::vector<HostSection>& hostSections() {
     static const std::vector<HostSection> sections = {
@@ -494,6 +494,8 @@ const std::vector<HostSection>& hostSections() {
         {"printers", applyPrinters, describePrinters},
         {"defaultPrinters", applyDefaultPrinters, describeDefaultPrinters},
         {"faults", applyFaults, nullptr},
+        {"installer", applyInstaller, nullptr},
+        {"installerRuns", reportOnly, describeInstallerRuns},
     };
     return sections;
 }

@@ -45,6 +45,13 @@ void requireArray(const Json::Value& value, const std::string& what);
 // Refuses a key of `entry` that is not among `known`, naming it and `what`.
 void requireKnownKeys(const Json::Value& entry, const std::vector<std::string>& known, const std::string& what);
 
+// The section of a key the state file reports and a host file cannot set.
+void reportOnly(const Json::Value& section, const std::string& baseDirectory);
+
+// The sections of the printer installation tool (installer_sections.cpp).
+void applyInstaller(const Json::Value& installer, const std::string& baseDirectory);
+Json::Value describeInstallerRuns();
+
 // The sections of the print spooler (spooler_sections.cpp) and of injected
 // faults (fault_section.cpp).
 void applyDrivers(const Json::Value& drivers, const std::string& baseDirectory);

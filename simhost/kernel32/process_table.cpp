@@ -17,6 +17,8 @@ namespace kernel32 {
 namespace {
 
 constexpr DWORD kSystemProcessId = 4;
+// Ids of started processes count up from here.
+constexpr DWORD kFirstStartedId = 8000;
 
 struct ProcessTable {
     std::mutex mutex;
@@ -24,6 +26,7 @@ struct ProcessTable {
     // may still be named as parents.
     std::vector<std::shared_ptr<Process>> processes;
     std::map<wchar_t, std::wstring> deviceNames;
+    DWORD lastStartedId = kFirstStartedId;
 
     // A new machine: the System Idle Process, System and the service. The
     // constructor runs under the host's lock, so it must not call the host.
@@ -69,7 +72,10 @@ ProcessRecord withStandardSids(ProcessRecord record) {
 }  // namespace
 
 Process::Process(ProcessRecord record, bool isServiceProcess)
-    : record_(std::move(record)), isServiceProcess_(isServiceProcess), exited_(record_.exited) {}
+    : record_(std::move(record)),
+      isServiceProcess_(isServiceProcess),
+      exited_(record_.exited),
+      exitCode_(record_.exited ? 0 : STILL_ACTIVE) {}
 
 ProcessRecord Process::describe(DWORD currentProcessId) const {
     ProcessRecord described = record_;
@@ -78,20 +84,36 @@ ProcessRecord Process::describe(DWORD currentProcessId) const {
     return described;
 }
 
-void Process::exit() {
-    exited_ = true;
+void Process::exit(DWORD exitCode) {
     std::lock_guard<std::mutex> hold(handlesMutex_);
-    for (const std::weak_ptr<ProcessHandle>& handle : handles_)
-        if (std::shared_ptr<ProcessHandle> open = handle.lock()) open->wake();
+    if (!exited_) exitCode_ = exitCode;
+    exited_ = true;
+    for (const std::weak_ptr<ExitSignal>& handle : handles_)
+        if (std::shared_ptr<ExitSignal> open = handle.lock()) open->wake();
 }
 
-void Process::attach(const std::shared_ptr<ProcessHandle>& handle) {
+void Process::attach(const std::shared_ptr<ExitSignal>& handle) {
     std::lock_guard<std::mutex> hold(handlesMutex_);
     // Handles already closed leave expired entries; drop them as we go.
     handles_.erase(std::remove_if(handles_.begin(), handles_.end(),
-                                  [](const std::weak_ptr<ProcessHandle>& h) { return h.expired(); }),
+                                  [](const std::weak_ptr<ExitSignal>& h) { return h.expired(); }),
                    handles_.end());
     handles_.push_back(handle);
+}
+
+std::shared_ptr<Process> startProcess(ProcessRecord record) {
+    DWORD current = GetCurrentProcessId();
+    ProcessTable& table = processTable();
+    std::lock_guard<std::mutex> hold(table.mutex);
+    auto used = [&](DWORD id) {
+        return id == current || std::any_of(table.processes.begin(), table.processes.end(),
+                                            [&](const std::shared_ptr<Process>& p) { return p->id(current) == id; });
+    };
+    do table.lastStartedId += 4;
+    while (used(table.lastStartedId));
+    record.processId = table.lastStartedId;
+    table.processes.push_back(std::make_shared<Process>(std::move(record), false));
+    return table.processes.back();
 }
 
 std::shared_ptr<Process> findRunningProcess(DWORD processId) {

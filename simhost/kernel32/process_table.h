@@ -4,6 +4,7 @@
 
 #include "simhost/kernel32/kernel32.h"
 #include "simhost/kernel32/objects.h"
+#include "simhost/kernel32/process_creation.h"
 #include "simhost/kernel32/processes.h"
 #include "simhost/kernel32/toolhelp.h"
 
@@ -16,7 +17,7 @@
 namespace simhost {
 namespace kernel32 {
 
-class ProcessHandle;
+class ExitSignal;
 
 // One process of the machine. Its record stays as it was added, except that
 // the process may exit.
@@ -33,31 +34,32 @@ public:
     bool isServiceProcess() const { return isServiceProcess_; }
     const ProcessRecord& record() const { return record_; }
     bool exited() const { return exited_; }
+    // STILL_ACTIVE while the process runs; then the code it ended with.
+    DWORD exitCode() const { return exitCode_; }
     // The record as the test API shows it: the id resolved, the exit noted.
     ProcessRecord describe(DWORD currentProcessId) const;
 
-    // Ends the process and lets the waits on its handles end.
-    void exit();
-    void attach(const std::shared_ptr<ProcessHandle>& handle);
+    // Ends the process with this code and lets the waits on its handles
+    // end; a process that has exited keeps its first code.
+    void exit(DWORD exitCode = 0);
+    void attach(const std::shared_ptr<ExitSignal>& handle);
 
 private:
     const ProcessRecord record_;
     const bool isServiceProcess_;
     std::atomic<bool> exited_;
+    std::atomic<DWORD> exitCode_;
     std::mutex handlesMutex_;
-    std::vector<std::weak_ptr<ProcessHandle>> handles_;
+    std::vector<std::weak_ptr<ExitSignal>> handles_;
 };
 
-// A handle of OpenProcess: the process and the rights it was opened with.
-// It is signalled once the process has exited.
-class ProcessHandle : public WaitableObject {
+// A waitable object signalled once its process has exited: a process
+// handle, or the handle of its one thread, which ends with it.
+class ExitSignal : public WaitableObject {
 public:
-    ProcessHandle(std::shared_ptr<Process> process, DWORD access)
-        : process_(std::move(process)), access_(access) {}
-    const char* typeName() const override { return "Process"; }
+    explicit ExitSignal(std::shared_ptr<Process> process) : process_(std::move(process)) {}
 
     const Process& process() const { return *process_; }
-    DWORD access() const { return access_; }
     // Called when the process exits, so that waiters look again.
     void wake() {
         changeState([] {});
@@ -68,8 +70,30 @@ protected:
 
 private:
     const std::shared_ptr<Process> process_;
+};
+
+// A handle of OpenProcess or CreateProcessW: the process and the rights it
+// was opened with.
+class ProcessHandle : public ExitSignal {
+public:
+    ProcessHandle(std::shared_ptr<Process> process, DWORD access) : ExitSignal(std::move(process)), access_(access) {}
+    const char* typeName() const override { return "Process"; }
+    DWORD access() const { return access_; }
+
+private:
     const DWORD access_;
 };
+
+// The handle of a process's main thread, as CreateProcessW gives it.
+class ThreadHandle : public ExitSignal {
+public:
+    using ExitSignal::ExitSignal;
+    const char* typeName() const override { return "Thread"; }
+};
+
+// Adds a process started on this machine under a fresh id, multiple of 4,
+// that no process of the table has had; the record's own id is ignored.
+std::shared_ptr<Process> startProcess(ProcessRecord record);
 
 // The running process of that id; null when no running process has it.
 std::shared_ptr<Process> findRunningProcess(DWORD processId);

@@ -28,6 +28,8 @@ namespace simhost {
 
 void setCurrentProcessId(DWORD processId) { Host::get().state<ProcessIdentity>().processId = processId; }
 
+DWORD newThreadId() { return lastThreadId.fetch_add(4) + 4; }
+
 }  // namespace simhost
 
 DWORD WINAPI GetLastError() { return lastError; }
@@ -35,7 +37,7 @@ DWORD WINAPI GetLastError() { return lastError; }
 void WINAPI SetLastError(DWORD error) { lastError = error; }
 
 DWORD WINAPI GetCurrentThreadId() {
-    if (currentThreadId == 0) currentThreadId = lastThreadId.fetch_add(4) + 4;
+    if (currentThreadId == 0) currentThreadId = simhost::newThreadId();
     return currentThreadId;
 }
 

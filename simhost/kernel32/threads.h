@@ -12,6 +12,10 @@ namespace simhost {
 // process's real id.
 void setCurrentProcessId(DWORD processId);
 
+// A thread id no thread has had: non-zero, a multiple of 4, never reused,
+// for threads of the host's own (a started process's main thread).
+DWORD newThreadId();
+
 // Waits up to `milliseconds` of real time until no work item of
 // QueueUserWorkItem is queued or running; false if some still is. The count
 // outlives Host::reset, as the pool's threads do.

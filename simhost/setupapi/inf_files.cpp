@@ -60,10 +60,7 @@ struct LineLookup {
 LineLookup lookUpLine(const INFCONTEXT* context) {
     if (!context) return {nullptr, nullptr, nullptr, ERROR_INVALID_PARAMETER};
     LineLookup found;
-    found.file = withInfState([&](InfState& state) {
-        auto open = state.open.find(context->Inf);
-        return open == state.open.end() ? nullptr : open->second;
-    });
+    found.file = openedInfFile(context->Inf);
     if (!found.file) return {nullptr, nullptr, nullptr, ERROR_INVALID_HANDLE};
     if (context->Section >= found.file->sections.size()) return {nullptr, nullptr, nullptr, ERROR_INVALID_PARAMETER};
     found.section = &found.file->sections[context->Section];
@@ -108,6 +105,13 @@ size_t openInfHandleCount() {
     return withInfState([](InfState& state) { return state.open.size(); });
 }
 
+std::shared_ptr<const InfFile> openedInfFile(HINF inf) {
+    return withInfState([&](InfState& state) {
+        auto open = state.open.find(inf);
+        return open == state.open.end() ? nullptr : open->second;
+    });
+}
+
 InfCacheCounts infCacheCounts() {
     return withInfState([](InfState& state) { return state.counts; });
 }
@@ -149,10 +153,7 @@ void WINAPI SetupCloseInfFile(HINF infHandle) {
 BOOL WINAPI SetupFindFirstLineW(HINF infHandle, PCWSTR section, PCWSTR key, PINFCONTEXT context) {
     if (DWORD error = simhost::injectedFailure("SetupFindFirstLineW")) return failWith(error);
     if (!section || !context) return failWith(ERROR_INVALID_PARAMETER);
-    auto file = withInfState([&](InfState& state) {
-        auto open = state.open.find(infHandle);
-        return open == state.open.end() ? nullptr : open->second;
-    });
+    std::shared_ptr<const InfFile> file = openedInfFile(infHandle);
     if (!file) return failWith(ERROR_INVALID_HANDLE);
     long index = file->findSection(section);
     if (index < 0) return failWith(ERROR_LINE_NOT_FOUND);

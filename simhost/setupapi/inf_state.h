@@ -48,6 +48,10 @@ struct InfState {
 // ERROR_ACCESS_DENIED for a directory, or a syntax error with its line.
 InfParse loadInfFile(InfState& state, const std::wstring& windowsPath);
 
+// The parsed file behind an HINF SetupOpenInfFileW gave; null for a closed
+// or unknown handle.
+std::shared_ptr<const InfFile> openedInfFile(HINF inf);
+
 // Whether the file's [Version] Signature is "$Windows NT$" or "$Chicago$".
 bool isWin4Inf(const InfFile& file);
 // The file's class: its Class value, else the name of the class of its
