@@ -1,11 +1,15 @@
 // The installed printer drivers as the spooler lists them.
 #include "drivers/InstalledDrivers.h"
 
+#include "drivers/DriverCatalogue.h"
 #include "foundation/StaticLogger.h"
 
 #include <cwchar>
 
 namespace {
+
+// How long one run of the installation tool is waited for.
+constexpr DWORD kInstallerWaitMs = 60000;
 
 // Drivers of every processor architecture are listed.
 wchar_t kAllEnvironments[] = L"all";
@@ -13,6 +17,29 @@ wchar_t kAllEnvironments[] = L"all";
 std::wstring withoutBus(const wchar_t* hwid) {
     const wchar_t* slash = std::wcsrchr(hwid, L'\\');
     return slash ? slash + 1 : hwid;
+}
+
+// Runs the installation tool for one catalogue record and waits for it; a
+// tool that outlasts the wait is left running. False if it could not start.
+bool runInstaller(const DriverInfoRecord& record, const char* caller) {
+    std::wstring commandLine = L"rundll32 printui.dll,PrintUIEntry /ia /u /q /f \"" + record.infFile + L"\" /m \"" +
+                               record.driverName + L"\"";
+    VX_LOG_AS(caller, kLogNormal, kNoLastError, 2, "Running cmd:%ls", commandLine.c_str());
+    STARTUPINFOW startup = {};
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessW(nullptr, &commandLine[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process)) {
+        VX_LOG_AS(caller, kLogError, kWithLastError, 4,
+                  "CreateProcess failed. Is rundll32 in the current PATH? should be in system32");
+        return false;
+    }
+    const DWORD waited = WaitForSingleObject(process.hProcess, kInstallerWaitMs);
+    if (waited == WAIT_TIMEOUT)
+        VX_LOG_AS(caller, kLogError, kNoLastError, 4, "Timed out waiting for printui to stop");
+    else if (waited == WAIT_FAILED)
+        VX_LOG_AS(caller, kLogError, kNoLastError, 4, "Error waiting for printui to stop");
+    CloseHandle(process.hProcess);
+    CloseHandle(process.hThread);
+    return true;
 }
 
 }  // namespace
@@ -99,6 +126,35 @@ std::wstring hardwareIdToInstalledPrinterDriverName(const std::wstring& hwid, bo
         VX_LOG(kLogNormal, kNoLastError, 3, "hardwareIdToInstalledPrinterDriverName() returning driver:%ls for hwid:%ls",
                name.c_str(), wanted.c_str());
     return name;
+}
+
+// Success is judged by the name asked for alone: a driver found under its
+// bracket-free key installs under its own bracketed name and still answers
+// false here.
+bool installDriverByName(const std::wstring& name, const DriverInfoMap& driverInfoMap) {
+    VX_DECLARE_FUNCTION_NAME(self);
+    if (printerDriverInstalled(name)) {
+        VX_LOG(kLogError, kNoLastError, 4, "installDriverByName:%ls but is *already* installed", name.c_str());
+        return true;
+    }
+    const auto range = driverInfoMap.equal_range(normaliseDriverName(name));
+    if (range.first == range.second) {
+        VX_LOG(kLogNormal, kNoLastError, 3, "installDriverByName no info on driver:%ls", name.c_str());
+        return false;
+    }
+    for (auto it = range.first; it != range.second; ++it) {
+        if (!it->second) {
+            VX_LOG(kLogNormal, kNoLastError, 2, "Failed to find driver info for:%ls", name.c_str());
+            return false;
+        }
+        if (!runInstaller(*it->second, self.c_str())) return false;
+        if (printerDriverInstalled(name)) {
+            VX_LOG(kLogNormal, kNoLastError, 3, "installDriverByName success:%ls", name.c_str());
+            return true;
+        }
+    }
+    VX_LOG(kLogError, kNoLastError, 4, "installDriverByName failure:%ls", name.c_str());
+    return false;
 }
 
 }  // namespace PrinterUtil

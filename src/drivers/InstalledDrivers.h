@@ -1,6 +1,7 @@
 // The spooler's installed printer drivers, read afresh for every question.
 #pragma once
 
+#include "drivers/DriverInfoRecord.h"
 #include "platform/win32.h"
 
 #include <string>
@@ -16,5 +17,9 @@ bool printerDriverInstalled(const std::wstring& name);
 // The first installed driver whose stored hardware id is `hwid`, with or
 // without the bus parts; "" when none is.
 std::wstring hardwareIdToInstalledPrinterDriverName(const std::wstring& hwid, bool withBus);
+// Installs a driver the catalogue offers under that name, with the
+// platform's printer installation tool, trying each INF that offers it in
+// turn: true if a driver of exactly that name is installed afterwards.
+bool installDriverByName(const std::wstring& name, const DriverInfoMap& driverInfoMap);
 
 }  // namespace PrinterUtil
