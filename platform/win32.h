@@ -19,6 +19,7 @@
 #include <psapi.h>
 #include <sddl.h>
 #include <setupapi.h>
+#include <devguid.h>
 #include <shlobj.h>
 #include <knownfolders.h>
 #include <shlwapi.h>
