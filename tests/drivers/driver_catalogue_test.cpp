@@ -36,8 +36,14 @@ class DriverCatalogue : public ::testing::Test {
 protected:
     void SetUp() override { log_.drive().makeDirectory("Windows\\INF"); }
     void TearDown() override {
-        for (auto& entry : infoMap_) delete entry.second;
+        clearCatalogue();
         simhost::Host::get().faults().clearAll();
+    }
+    // The records belong to infoMap_.
+    void clearCatalogue() {
+        for (auto& entry : infoMap_) delete entry.second;
+        infoMap_.clear();
+        hwIdMap_.clear();
     }
 
     void writeInf(const std::string& name, const std::string& body) const {
@@ -245,8 +251,7 @@ TEST_F(HardwareIdLookUp, OfTwoInstalledTheLaterWinsOfTwoStagedTheEarlier) {
     install(L"Installed A");
     install(L"Installed B");
     EXPECT_EQ(PrinterUtil::hardwareId2Driver(L"ACME", hwIdMap_, 0), L"Installed B");
-    infoMap_.clear();
-    hwIdMap_.clear();
+    clearCatalogue();
     add(L"Staged A", {L"X1", L"STAGED"});
     add(L"Staged B", {L"X2", L"STAGED"});
     EXPECT_EQ(PrinterUtil::hardwareId2Driver(L"STAGED", hwIdMap_, 0), L"Staged A");
@@ -260,8 +265,7 @@ TEST_F(HardwareIdLookUp, InstalledBeatsStagedWhicheverCameFirst) {
     add(L"Installed", {L"X2", L"USBPRINT\\ACME"});
     for (unsigned flags : {0u, 1u})
         EXPECT_EQ(PrinterUtil::hardwareId2Driver(L"USBPRINT\\ACME", hwIdMap_, flags), L"Installed") << flags;
-    infoMap_.clear();
-    hwIdMap_.clear();
+    clearCatalogue();
     add(L"Installed", {L"X2", L"USBPRINT\\ACME"});
     add(L"Staged", {L"X1", L"USBPRINT\\ACME"});
     EXPECT_EQ(PrinterUtil::hardwareId2Driver(L"USBPRINT\\ACME", hwIdMap_, 0), L"Installed");

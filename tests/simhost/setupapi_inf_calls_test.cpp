@@ -288,7 +288,7 @@ protected:
         return "accepted";
     }
 
-    const std::string bytes = std::string("\xFF\xFE[\0V\0]\0\r\0\n\0\xE9\0", 16);
+    const std::string bytes = std::string("\xFF\xFE[\0V\0]\0\r\0\n\0\xE9\0", 14);
     std::string source;
 };
 
