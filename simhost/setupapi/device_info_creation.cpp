@@ -106,31 +106,46 @@ BOOL WINAPI SetupDiCreateDeviceInfoW(HDEVINFO deviceInfoSet, PCWSTR deviceName, 
     });
 }
 
-// Keeps the parameters for the element, or for the set when no element is
-// given. A cbSize other than the record's fails with ERROR_INVALID_USER_BUFFER.
+namespace {
+
+// The install parameters kept for the element, or for the set when no
+// element is given, once the caller's record is checked: null, with the
+// error, for an unknown set or element, no record, or a cbSize other than
+// the record's (ERROR_INVALID_USER_BUFFER).
+SP_DEVINSTALL_PARAMS_W* installParamsOf(SetupApiState& state, HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
+                                        const SP_DEVINSTALL_PARAMS_W* given, DWORD& error) {
+    SetTarget target = findTarget(state, deviceInfoSet, deviceInfoData);
+    error = !target.set ? target.error
+            : !given    ? ERROR_INVALID_PARAMETER
+            : given->cbSize != sizeof(SP_DEVINSTALL_PARAMS_W) ? ERROR_INVALID_USER_BUFFER
+                                                               : 0;
+    if (error) return nullptr;
+    return target.element ? &target.element->installParams : &target.set->installParams;
+}
+
+}  // namespace
+
 BOOL WINAPI SetupDiSetDeviceInstallParamsW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
                                            PSP_DEVINSTALL_PARAMS_W deviceInstallParams) {
     if (DWORD e = simhost::injectedFailure("SetupDiSetDeviceInstallParamsW")) return failWith(e);
     return withSetupApiState([&](SetupApiState& state) {
-        SetTarget target = findTarget(state, deviceInfoSet, deviceInfoData);
-        if (!target.set) return failWith(target.error);
-        if (!deviceInstallParams) return failWith(ERROR_INVALID_PARAMETER);
-        if (deviceInstallParams->cbSize != sizeof(SP_DEVINSTALL_PARAMS_W)) return failWith(ERROR_INVALID_USER_BUFFER);
-        (target.element ? target.element->installParams : target.set->installParams) = *deviceInstallParams;
+        DWORD error = 0;
+        SP_DEVINSTALL_PARAMS_W* kept = installParamsOf(state, deviceInfoSet, deviceInfoData, deviceInstallParams, error);
+        if (!kept) return failWith(error);
+        *kept = *deviceInstallParams;
         return TRUE;
     });
 }
 
-// The parameters kept for the element or the set; zero until set.
+// Zero until set.
 BOOL WINAPI SetupDiGetDeviceInstallParamsW(HDEVINFO deviceInfoSet, PSP_DEVINFO_DATA deviceInfoData,
                                            PSP_DEVINSTALL_PARAMS_W deviceInstallParams) {
     if (DWORD e = simhost::injectedFailure("SetupDiGetDeviceInstallParamsW")) return failWith(e);
     return withSetupApiState([&](SetupApiState& state) {
-        SetTarget target = findTarget(state, deviceInfoSet, deviceInfoData);
-        if (!target.set) return failWith(target.error);
-        if (!deviceInstallParams) return failWith(ERROR_INVALID_PARAMETER);
-        if (deviceInstallParams->cbSize != sizeof(SP_DEVINSTALL_PARAMS_W)) return failWith(ERROR_INVALID_USER_BUFFER);
-        *deviceInstallParams = target.element ? target.element->installParams : target.set->installParams;
+        DWORD error = 0;
+        SP_DEVINSTALL_PARAMS_W* kept = installParamsOf(state, deviceInfoSet, deviceInfoData, deviceInstallParams, error);
+        if (!kept) return failWith(error);
+        *deviceInstallParams = *kept;
         deviceInstallParams->cbSize = sizeof(SP_DEVINSTALL_PARAMS_W);
         return TRUE;
     });

@@ -19,11 +19,7 @@ namespace {
 
 namespace ws2_32 = simhost::ws2_32;
 
-class ListenersHostFile : public ::testing::Test {
-protected:
-    void SetUp() override { simhost::Host::get().reset(); }
-    void TearDown() override { simhost::Host::get().reset(); }
-};
+class ListenersHostFile : public hostfiletest::FreshHost {};
 
 using hostfiletest::apply;
 using hostfiletest::parse;

@@ -21,11 +21,7 @@ using simhost::kernel32::ProcessRecord;
 
 namespace {
 
-class ProcessesHostFile : public ::testing::Test {
-protected:
-    void SetUp() override { simhost::Host::get().reset(); }
-    void TearDown() override { simhost::Host::get().reset(); }
-};
+class ProcessesHostFile : public hostfiletest::FreshHost {};
 
 using hostfiletest::apply;
 using hostfiletest::parse;

@@ -2,6 +2,7 @@
 // with.
 #pragma once
 
+#include "simhost/core/host.h"
 #include "simhost/hostfile/host_file.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,13 @@
 #include <string>
 
 namespace hostfiletest {
+
+// Each test of a host-file section starts and ends on a new machine.
+class FreshHost : public ::testing::Test {
+protected:
+    void SetUp() override { simhost::Host::get().reset(); }
+    void TearDown() override { simhost::Host::get().reset(); }
+};
 
 inline Json::Value parse(const std::string& text) {
     Json::Value value;
