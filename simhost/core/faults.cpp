@@ -87,7 +87,7 @@ void Faults::wakeWaiters() {
 
 // A thread asked to end (requestThreadEnd) ends here: at the entry of the
 // call, or inside its block or delay, without ever returning to its caller.
-DWORD Faults::enter(const std::string& call) {
+DWORD Faults::enter(std::string_view call) {
     std::unique_lock<std::mutex> lock(mutex_);
     auto endIfRequested = [&lock] {
         if (!callingThreadEndRequested()) return;
@@ -95,32 +95,33 @@ DWORD Faults::enter(const std::string& call) {
         endCallingThread();
     };
     endIfRequested();
-    Arrangement& a = calls_[call];
+    // Entries are reset but never erased, so the reference outlives the waits.
+    auto it = calls_.find(call);
+    if (it == calls_.end()) it = calls_.emplace(std::string(call), Arrangement{}).first;
+    Arrangement& a = it->second;
     ++a.calls;
     if (a.blocked) {
         noteCallingThreadWaits(true);
         ++a.waiting;
         blocked_.notify_all();
-        released_.wait(lock, [&] { return !calls_[call].blocked || callingThreadEndRequested(); });
+        released_.wait(lock, [&] { return !a.blocked || callingThreadEndRequested(); });
         noteCallingThreadWaits(false);
-        --calls_[call].waiting;
+        --a.waiting;
         endIfRequested();
     }
-    DWORD delay = calls_[call].delay;
-    if (delay) {
+    if (a.delay) {
         noteCallingThreadWaits(true);
-        released_.wait_for(lock, std::chrono::milliseconds(delay), [] { return callingThreadEndRequested(); });
+        released_.wait_for(lock, std::chrono::milliseconds(a.delay), [] { return callingThreadEndRequested(); });
         noteCallingThreadWaits(false);
         endIfRequested();
     }
-    Arrangement& now = calls_[call];
-    if (now.failuresLeft == 0) return 0;
-    if (now.passesLeft > 0) {
-        --now.passesLeft;
+    if (a.failuresLeft == 0) return 0;
+    if (a.passesLeft > 0) {
+        --a.passesLeft;
         return 0;
     }
-    if (now.failuresLeft > 0) --now.failuresLeft;
-    return now.error;
+    if (a.failuresLeft > 0) --a.failuresLeft;
+    return a.error;
 }
 
 }  // namespace simhost

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace simhost {
 
@@ -36,7 +37,7 @@ public:
 
     // Called by the stand-in on entry: counts, blocks or delays as arranged,
     // and answers the error to fail with, or 0.
-    DWORD enter(const std::string& call);
+    DWORD enter(std::string_view call);
     // Lets every blocked or delayed call look again whether its thread is to
     // end.
     void wakeWaiters();
@@ -55,7 +56,8 @@ private:
     mutable std::mutex mutex_;
     std::condition_variable released_;
     mutable std::condition_variable blocked_;
-    std::map<std::string, Arrangement> calls_;
+    // Looked up by a view of the name: the stand-ins enter on every call.
+    std::map<std::string, Arrangement, std::less<>> calls_;
 };
 
 }  // namespace simhost

@@ -2,10 +2,16 @@
 
 #include "simhost/core/text.h"
 
+#include <atomic>
 #include <cwctype>
 #include <limits>
 
 namespace simhost {
+
+size_t Host::nextStateSlot() {
+    static std::atomic<size_t> next{0};
+    return next.fetch_add(1, std::memory_order_relaxed);
+}
 
 Host& Host::get() {
     static Host host;
@@ -13,7 +19,7 @@ Host& Host::get() {
 }
 
 void Host::reset() {
-    std::unordered_map<std::type_index, std::shared_ptr<void>> dropped;
+    std::vector<std::shared_ptr<void>> dropped;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         dropped.swap(states_);

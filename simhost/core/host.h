@@ -12,8 +12,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <typeindex>
-#include <unordered_map>
+#include <vector>
 
 namespace simhost {
 
@@ -30,10 +29,14 @@ public:
     // so adding a component never changes this class.
     template <class State>
     State& state() {
+        // Each state type has a fixed slot, numbered on its first use: most
+        // calls of the host ask for a state, so the look-up is an index.
+        static const size_t slot = nextStateSlot();
         std::lock_guard<std::mutex> lock(mutex_);
-        auto& slot = states_[std::type_index(typeid(State))];
-        if (!slot) slot = std::make_shared<State>();
-        return *static_cast<State*>(slot.get());
+        if (states_.size() <= slot) states_.resize(slot + 1);
+        std::shared_ptr<void>& held = states_[slot];
+        if (!held) held = std::make_shared<State>();
+        return *static_cast<State*>(held.get());
     }
 
     // Drive letters map to directories of this machine: C:\ProgramData is
@@ -58,7 +61,9 @@ private:
     Host() = default;
 
     mutable std::mutex mutex_;
-    std::unordered_map<std::type_index, std::shared_ptr<void>> states_;
+    static size_t nextStateSlot();
+
+    std::vector<std::shared_ptr<void>> states_;
     std::map<wchar_t, std::string> drives_;
     double timeScale_ = 1.0;
     Faults faults_;

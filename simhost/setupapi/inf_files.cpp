@@ -69,15 +69,15 @@ LineLookup lookUpLine(const INFCONTEXT* context) {
     return found;
 }
 
-// Delivers `text`, whose size with every NUL is text.size(), in the
+// Delivers `size` characters from `text`, every NUL included, in the
 // two-call protocol: *requiredSize always, the text when it fits. A null
 // buffer only asks for the size.
-BOOL deliver(const std::wstring& text, PWSTR buffer, DWORD bufferSize, PDWORD requiredSize) {
-    DWORD needed = static_cast<DWORD>(text.size());
+BOOL deliver(const wchar_t* text, size_t size, PWSTR buffer, DWORD bufferSize, PDWORD requiredSize) {
+    DWORD needed = static_cast<DWORD>(size);
     if (requiredSize) *requiredSize = needed;
     if (!buffer) return TRUE;
     if (bufferSize < needed) return failWith(ERROR_INSUFFICIENT_BUFFER);
-    std::copy(text.begin(), text.end(), buffer);
+    std::copy(text, text + size, buffer);
     return TRUE;
 }
 
@@ -198,9 +198,8 @@ BOOL WINAPI SetupGetStringFieldW(PINFCONTEXT context, DWORD fieldIndex, PWSTR re
     if (found.error) return failWith(found.error);
     const InfLine& line = *found.line;
     if (fieldIndex > line.fields.size()) return failWith(ERROR_INVALID_PARAMETER);
-    std::wstring text = fieldIndex == 0 ? line.key : line.fields[fieldIndex - 1];
-    text.push_back(L'\0');
-    return deliver(text, returnBuffer, returnBufferSize, requiredSize);
+    const std::wstring& text = fieldIndex == 0 ? line.key : line.fields[fieldIndex - 1];
+    return deliver(text.c_str(), text.size() + 1, returnBuffer, returnBufferSize, requiredSize);
 }
 
 // The fields from fieldIndex (1 or more, as documented) to the end of the
@@ -215,5 +214,5 @@ BOOL WINAPI SetupGetMultiSzFieldW(PINFCONTEXT context, DWORD fieldIndex, PWSTR r
     std::wstring list;
     for (size_t i = fieldIndex - 1; i < fields.size(); ++i) list += fields[i] + L'\0';
     list.push_back(L'\0');
-    return deliver(list, returnBuffer, returnBufferSize, requiredSize);
+    return deliver(list.c_str(), list.size(), returnBuffer, returnBufferSize, requiredSize);
 }
