@@ -4,6 +4,7 @@
 
 #include "drivers/InstalledDrivers.h"
 #include "foundation/StaticLogger.h"
+#include "foundation/TextConversion.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -20,14 +21,6 @@ constexpr const wchar_t* kPhantomDeviceDescription = L"Quillion Client Render XP
 // The C locale's case mapping, unit by unit.
 wchar_t lowerUnit(wchar_t c) { return static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c))); }
 wchar_t upperUnit(wchar_t c) { return static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c))); }
-bool isBlankUnit(wchar_t c) { return std::iswspace(static_cast<wint_t>(c)) != 0; }
-
-std::wstring trimmed(const std::wstring& text) {
-    size_t begin = 0, end = text.size();
-    while (begin < end && isBlankUnit(text[begin])) ++begin;
-    while (end > begin && isBlankUnit(text[end - 1])) --end;
-    return text.substr(begin, end - begin);
-}
 
 // The models section a Manufacturer line names: its first field, a dot and
 // its first decoration ("Acme.NTamd64"; "Acme." without one). Empty when the
@@ -41,7 +34,7 @@ std::wstring modelsSectionOf(INFCONTEXT& line) {
 }
 
 std::wstring stringField(INFCONTEXT& line, DWORD field, bool& present) {
-    wchar_t text[kInfFieldCapacity] = {};
+    wchar_t text[kInfFieldCapacity];  // written with its NUL whenever the call succeeds
     DWORD required = 0;
     present = SetupGetStringFieldW(&line, field, text, kInfFieldCapacity, &required) != FALSE;
     return present ? text : L"";

@@ -40,17 +40,6 @@ std::string hexDigits(uint16_t value) {
     return text;
 }
 
-// Strips the characters that the C locale's isspace accepts from both ends.
-template <typename Text>
-Text trimmed(const Text& text) {
-    using Char = typename Text::value_type;
-    static const Char kWhiteSpace[] = {' ', '\t', '\n', '\v', '\f', '\r', 0};
-    size_t first = text.find_first_not_of(kWhiteSpace);
-    if (first == Text::npos) return Text();
-    size_t last = text.find_last_not_of(kWhiteSpace);
-    return text.substr(first, last - first + 1);
-}
-
 // The trimmed text between `key` and the next ';' of a device id. Plain
 // substring searches: a longer key that ends in the same letters matches,
 // and a value without its closing ';' is not found.

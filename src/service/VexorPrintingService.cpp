@@ -118,7 +118,7 @@ void VexorPrintingService::ServiceWorkerThread() {
         Sleep(kSocketRetryMs);
     }
     // Complete before the socket thread reads the first command.
-    PrinterUtil::getDriverInfoDetail(driverInfoMap, driverHwIdMap, removeTrailingBracketsEnabled());
+    loadDriverCatalogue();
     startWorkItem(&VexorPrintingService::SocketReadThread);
     startWorkItem(&VexorPrintingService::PrinterCleanupThread);
     while (!stopping.load(std::memory_order_relaxed)) {

@@ -55,6 +55,28 @@ public:
     bool addSeriesEnabled();
     bool jsonOverridesEnabled();
 
+    // The driver catalogue of the host's staged drivers; the worker fills it
+    // once before the socket thread starts.
+    void loadDriverCatalogue();
+
+    // Rendering policy: the client's OS as its request shows it, whether it
+    // must get client rendering, and the driver that stands in for its
+    // printer then (empty when none does).
+    std::string GetClientOS(const Json::Value& request);
+    bool forceClientSideRendering(const Json::Value& request);
+    std::wstring GetFallbackDriver(const Json::Value& request);
+    // The driver that serves a hardware id: installed drivers first, then,
+    // with `useCompatibleIds`, the catalogue's ids of installed and of staged
+    // drivers (a staged one is installed). Writes `detail` on a match; ""
+    // when nothing serves.
+    std::wstring _matchDriverByHwid(const std::wstring& hwid, bool useCompatibleIds, Json::Value& detail);
+    // The driver a new printer gets for the client's description in
+    // `request`: the installed driver's name, or "" with the failure in
+    // `response`. `detail` tells how it was chosen and goes into `response`
+    // on both endings; `printerComment` may receive the client-render mark.
+    std::wstring selectDriver(const Json::Value& request, Json::Value& response, Json::Value& detail,
+                              std::wstring& printerComment);
+
     // The verb `reap`: one pass of the reaper without force.
     Json::Value _reapPrinters(const Json::Value& request);
 
@@ -79,6 +101,14 @@ public:
 
 private:
     typedef void (VexorPrintingService::*ThreadBody)();
+
+    // How a driver name could be had: installed already, installed now, or not.
+    enum class DriverAvailability { kUnavailable, kAlreadyInstalled, kJustInstalled };
+    // Installs the driver when it is not installed yet; records in `detail`
+    // whether it was there before.
+    DriverAvailability tryDriverName(const std::wstring& name, Json::Value& detail);
+    // The steps of selectDriver, over one request.
+    class DriverLadder;
     // Starts `body` on a long-running thread-pool work item; throws the last
     // error if the pool refuses it.
     void startWorkItem(ThreadBody body);
