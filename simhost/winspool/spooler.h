@@ -134,6 +134,11 @@ void denyMonitorAdministration(bool denied = true);
 
 // ---- Inspecting it ----
 
+// The device mode a new printer of the driver starts with: the driver's,
+// named after the printer. Empty when the driver is not installed for this
+// machine's environment.
+std::vector<BYTE> startingDevMode(const std::wstring& driverName, const std::wstring& printerName);
+
 std::vector<PrinterDriver> drivers();
 // The local ports every machine has come first, then the others in the
 // order they were added.
