@@ -4,6 +4,7 @@
 // spooler keeps afterwards.
 #include "PreferencesFixture.h"
 #include "preferences/DevModeJson.h"
+#include "preferences/PrinterPreferences.h"
 
 #include <cstring>
 #include <stdexcept>
@@ -139,6 +140,17 @@ TEST_F(DevModeJson, KeysOutsideTheTableAreIgnored) {
     EXPECT_EQ(mode.dmReserved1, 0u);
     EXPECT_EQ(mode.dmSize, sizeof(DEVMODEW));
     EXPECT_EQ(spooler::devModePrivateBytes(storedBlock()), kPrivateBytes);
+}
+
+TEST_F(DevModeJson, ADeviceModeObjectLeavesTheMediaKeysUnread) {
+    PrinterUtil::applyClientPreferences(
+        parse(R"({"pDevMode": {"dmCopies": 4}, "media": "iso_a4_210x297mm", "media-default": "na_legal_8.5x14in"})"),
+        printer_, kAddPrinter);
+    EXPECT_EQ(stored().dmCopies, 4);
+    EXPECT_EQ(stored().dmPaperSize, DMPAPER_LETTER) << "the driver's paper";
+    EXPECT_FALSE(logged("Got 'media' string:iso_a4_210x297mm"));
+    EXPECT_FALSE(logged("Attempting to set paper size using Mac preference of:iso_a4_210x297mm"));
+    expectStoredOnce();
 }
 
 // ---- The table ----
