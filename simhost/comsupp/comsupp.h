@@ -1,5 +1,5 @@
 // The compiler's COM support of the simulated host: the error that its
-// string and interface helpers raise. Like the original, it is not derived
+// string and interface helpers raise. As on Windows, it is not derived
 // from std::exception.
 #pragma once
 

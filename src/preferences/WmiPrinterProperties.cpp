@@ -10,9 +10,9 @@ namespace {
 // authentication services.
 constexpr LONG kPlatformChosenServices = -1;
 constexpr LONG kQueryFlags = WBEM_FLAG_FORWARD_ONLY | WBEM_FLAG_RETURN_IMMEDIATELY;
-// The value word of every boolean this function stores. The platform's own
-// true is -1; this 1 is what the property has always been given, and the
-// instrumentation takes any non-zero value as true.
+// The value word of every boolean this function stores: 1, not the
+// platform's usual -1 for true. The instrumentation takes any non-zero word
+// as true, and the word stays 1.
 constexpr VARIANT_BOOL kStoredTrue = 1;
 
 // A BSTR for the length of one call, as the compiler's COM support makes
