@@ -21,3 +21,8 @@
 #include "simhost/advapi32/security.h"
 // Access tokens and impersonation.
 #include "simhost/advapi32/tokens.h"
+// COM, automation types and management instrumentation.
+#include "simhost/ole32/ole32.h"
+#include "simhost/oleaut32/oleaut32.h"
+#include "simhost/wbem/wbem.h"
+#include "simhost/comsupp/comsupp.h"

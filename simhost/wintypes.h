@@ -27,6 +27,8 @@ typedef int BOOL;
 typedef unsigned char BYTE;
 typedef BYTE BOOLEAN;
 typedef uint16_t WORD;
+typedef int16_t SHORT;
+typedef uint16_t USHORT;
 typedef uint32_t DWORD;
 typedef uint32_t UINT;
 typedef UINT* PUINT;
@@ -140,6 +142,8 @@ typedef struct _SYSTEMTIME {
 #define E_FAIL ((HRESULT)0x80004005L)
 #define E_INVALIDARG ((HRESULT)0x80070057L)
 #define E_OUTOFMEMORY ((HRESULT)0x8007000EL)
+#define E_NOINTERFACE ((HRESULT)0x80004002L)
+#define E_POINTER ((HRESULT)0x80004003L)
 #define SUCCEEDED(hr) (((HRESULT)(hr)) >= 0)
 #define FAILED(hr) (((HRESULT)(hr)) < 0)
 #define HRESULT_FROM_WIN32(x) \

@@ -496,6 +496,7 @@ const std::vector<HostSection>& hostSections() {
         {"faults", applyFaults, nullptr},
         {"installer", applyInstaller, nullptr},
         {"installerRuns", reportOnly, describeInstallerRuns},
+        {"comObjects", reportOnly, describeComObjects},
     };
     return sections;
 }

@@ -64,4 +64,7 @@ void applyDefaultPrinters(const Json::Value& defaults, const std::string& baseDi
 Json::Value describeDefaultPrinters();
 void applyFaults(const Json::Value& faults, const std::string& baseDirectory);
 
+// The COM objects not yet released, for the state file (com_section.cpp).
+Json::Value describeComObjects();
+
 }  // namespace simhost

@@ -58,13 +58,13 @@ void setDevModeMember(DEVMODEW& mode, const DevModeMember& member, const Json::V
     winspool::setMemberNumber(mode, member, value.asLargestInt());
 }
 
-// {"dmOrientation": 2, ..., "privateData": "0a0b"} over the typical device
-// mode of the device. dmSize and dmDriverExtra follow from the record and
-// the private bytes.
-std::vector<BYTE> devModeOf(const Json::Value& entry, const std::wstring& deviceName, const std::string& what) {
+// {"dmOrientation": 2, ..., "privateData": "0a0b"} over a device mode block
+// (the typical one of a driver, the driver's of a printer). dmSize and
+// dmDriverExtra follow from the record and the private bytes.
+std::vector<BYTE> devModeOf(const Json::Value& entry, const std::vector<BYTE>& base, const std::string& what) {
     requireObject(entry, what);
-    DEVMODEW mode = winspool::typicalDevMode(deviceName);
-    std::vector<BYTE> privateBytes;
+    DEVMODEW mode = winspool::devModeRecord(base);
+    std::vector<BYTE> privateBytes = winspool::devModePrivateBytes(base);
     for (const std::string& key : entry.getMemberNames()) {
         if (key == "privateData") {
             privateBytes = bytesOfHex(requireString(entry[key], what + " \"privateData\""), what + " \"privateData\"");
@@ -104,7 +104,9 @@ winspool::PrinterDriver driverOf(const Json::Value& entry) {
                                            "driver \"environment\"");
     driver.hardwareId = requireWideString(entry.get("hardwareId", ""), "driver \"hardwareId\"");
     driver.monitorName = requireWideString(entry.get("monitor", ""), "driver \"monitor\"");
-    if (entry.isMember("devMode")) driver.devMode = devModeOf(entry["devMode"], driver.name, "driver \"devMode\"");
+    if (entry.isMember("devMode"))
+        driver.devMode = devModeOf(entry["devMode"], winspool::devModeBlock(winspool::typicalDevMode(driver.name)),
+                                   "driver \"devMode\"");
     return driver;
 }
 
@@ -171,10 +173,20 @@ std::vector<BYTE> descriptorOfSddl(const Json::Value& value) {
     }
 }
 
+// The members given over the device mode the printer would start with: its
+// driver's, named after it. A driver the machine lacks leaves the typical
+// one; adding the printer then refuses the driver.
+std::vector<BYTE> printerDevModeOf(const Json::Value& entry, const winspool::SpoolerPrinter& printer) {
+    std::vector<BYTE> base = winspool::startingDevMode(printer.driverName, printer.name);
+    if (base.empty()) base = winspool::devModeBlock(winspool::typicalDevMode(printer.name));
+    return devModeOf(entry, base, "printer \"devMode\"");
+}
+
 winspool::SpoolerPrinter printerOf(const Json::Value& entry) {
     requireObject(entry, "a printer");
     requireKnownKeys(entry,
-                     {"name", "port", "driver", "comment", "location", "attributes", "status", "sddl", "jobs"},
+                     {"name", "port", "driver", "comment", "location", "attributes", "status", "sddl", "jobs",
+                      "devMode"},
                      "a printer");
     winspool::SpoolerPrinter printer;
     printer.name = requireWideString(entry["name"], "printer \"name\"");
@@ -185,6 +197,7 @@ winspool::SpoolerPrinter printerOf(const Json::Value& entry) {
     printer.attributes = requireDword(entry.get("attributes", PRINTER_ATTRIBUTE_LOCAL), "printer \"attributes\"");
     printer.status = requireDword(entry.get("status", 0), "printer \"status\"");
     if (entry.isMember("sddl")) printer.securityDescriptor = descriptorOfSddl(entry["sddl"]);
+    if (entry.isMember("devMode")) printer.devMode = printerDevModeOf(entry["devMode"], printer);
     if (entry.isMember("jobs")) {
         requireArray(entry["jobs"], "printer \"jobs\"");
         for (const Json::Value& job : entry["jobs"]) printer.jobs.push_back(jobOf(job));
@@ -274,7 +287,7 @@ Json::Value describePorts() {
 }
 
 // "printers": [{"name", "port", "driver", "comment", "location", "attributes",
-// "status", "sddl", "jobs": [{"name", "document", "bytes"}]}]
+// "status", "sddl", "devMode", "jobs": [{"name", "document", "bytes"}]}]
 void applyPrinters(const Json::Value& printers, const std::string&) {
     requireArray(printers, "\"printers\"");
     for (const Json::Value& entry : printers) {

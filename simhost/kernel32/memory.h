@@ -1,6 +1,6 @@
 // The simulated host's memory allocators. Every block handed out by the
-// global, local and heap allocators of kernel32 and by the COM task allocator
-// is tracked with the allocator that made it, so that a block freed twice, a
+// global, local and heap allocators of kernel32, by the COM task allocator
+// and by oleaut32's string allocator is tracked with the allocator that made it, so that a block freed twice, a
 // pointer that was never allocated, or a block given back to the wrong
 // allocator is refused and counted, as tests need to see. The blocks
 // themselves come from malloc, so AddressSanitizer still reports leaks,
@@ -15,7 +15,7 @@
 namespace simhost {
 namespace kernel32 {
 
-enum class Allocator { Global, Local, Heap, CoTaskMem };
+enum class Allocator { Global, Local, Heap, CoTaskMem, SysString };
 
 // Blocks of this allocator that are allocated and not yet freed.
 size_t liveBlockCount(Allocator allocator);
@@ -35,7 +35,7 @@ size_t releaseAllBlocks();
 std::optional<SIZE_T> trackedBufferBytes(const void* buffer);
 
 // For stand-ins of other components that hand out memory of their own
-// allocator (the COM task allocator): a fixed block, or null when the
+// allocator (the COM task allocator, BSTRs): a fixed block, or null when the
 // request cannot be met. Neither touches the thread's last error.
 void* allocateTrackedBlock(Allocator owner, SIZE_T bytes, bool zeroed);
 enum class FreeOutcome { Freed, NotAllocated, WrongAllocator };

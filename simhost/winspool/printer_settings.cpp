@@ -103,5 +103,12 @@ std::vector<BYTE> driverDevModeFor(const SpoolerState& state, const SpoolerPrint
     return block;
 }
 
+std::vector<BYTE> startingDevMode(const std::wstring& driverName, const std::wstring& printerName) {
+    SpoolerPrinter printer;
+    printer.name = printerName;
+    printer.driverName = driverName;
+    return withSpooler([&](SpoolerState& state) { return driverDevModeFor(state, printer); });
+}
+
 }  // namespace winspool
 }  // namespace simhost

@@ -1,4 +1,6 @@
-// Changing printers: SetPrinterW's level-0 commands and levels 2, 3 and 6.
+// Changing printers: SetPrinterW's level-0 commands and levels 2, 3 and 6,
+// and the host API's change of attribute bits.
+#include "simhost/winspool/access.h"
 #include "simhost/winspool/printer_security.h"
 #include "simhost/winspool/printer_settings.h"
 
@@ -77,6 +79,18 @@ DWORD setPrinter(SpoolerState& state, const SpoolerHandle& handle, DWORD level, 
 }
 
 }  // namespace
+
+// Administering the printer is what SetPrinterW needs to change attributes.
+DWORD changePrinterAttributes(const std::wstring& printerName, DWORD set, DWORD clear) {
+    return withSpooler([&](SpoolerState& state) -> DWORD {
+        PrinterPtr printer = state.findVisiblePrinter(printerName);
+        if (!printer) return ERROR_INVALID_PRINTER_NAME;
+        if (decidePrinterAccess(*printer, PRINTER_ACCESS_ADMINISTER).error) return ERROR_ACCESS_DENIED;
+        printer->attributes = (printer->attributes & ~clear) | set;
+        return 0;
+    });
+}
+
 }  // namespace winspool
 }  // namespace simhost
 

@@ -122,12 +122,22 @@ DWORD addJob(const std::wstring& printerName, PrintJob job);
 // Makes a printer the default of a user, as SetDefaultPrinterW does for the
 // user of the calling thread.
 void setDefaultPrinterOf(const std::wstring& userSid, const std::wstring& printerName);
+// Sets the `set` bits and clears the `clear` bits of a visible printer's
+// attributes as the user of the calling thread, as a management provider
+// changes them for its caller: ERROR_INVALID_PRINTER_NAME for no such
+// printer, ERROR_ACCESS_DENIED for a user who may not administer it, else 0.
+DWORD changePrinterAttributes(const std::wstring& printerName, DWORD set, DWORD clear);
 // When set, the service's account may not administer the port monitors:
 // opening ",XcvMonitor ..." or ",XcvPort ..." with SERVER_ACCESS_ADMINISTER
 // fails with ERROR_ACCESS_DENIED. Until Host::reset.
 void denyMonitorAdministration(bool denied = true);
 
 // ---- Inspecting it ----
+
+// The device mode a new printer of the driver starts with: the driver's,
+// named after the printer. Empty when the driver is not installed for this
+// machine's environment.
+std::vector<BYTE> startingDevMode(const std::wstring& driverName, const std::wstring& printerName);
 
 std::vector<PrinterDriver> drivers();
 // The local ports every machine has come first, then the others in the

@@ -178,6 +178,55 @@ TEST_F(SpoolerHostFile, EveryWrongOrUnknownKeyIsRefusedByName) {
     }
 }
 
+TEST_F(SpoolerHostFile, APrintersDeviceModeLaysItsMembersOverTheDriversNamedAfterIt) {
+    apply(R"json({
+      "drivers": [{ "name": "Acme LaserBox 2000",
+                    "devMode": { "dmPaperSize": 9, "dmFields": 3, "privateData": "0a0b0c" } }],
+      "printers": [{ "name": "Local Desk", "port": "LPT1:", "driver": "Acme LaserBox 2000",
+                     "devMode": { "dmCopies": 3, "dmFields": 259, "privateData": "ff" } },
+                   { "name": "Local Plain", "port": "LPT1:", "driver": "Acme LaserBox 2000" }]
+    })json");
+    std::vector<BYTE> block = simhost::winspool::findPrinter(L"Local Desk")->devMode;
+    DEVMODEW mode = simhost::winspool::devModeRecord(block);
+    EXPECT_STREQ(mode.dmDeviceName, L"Local Desk");
+    EXPECT_EQ(mode.dmPaperSize, DMPAPER_A4) << "the driver's";
+    EXPECT_EQ(mode.dmCopies, 3);
+    EXPECT_EQ(mode.dmFields, 259u);
+    EXPECT_EQ(mode.dmSize, sizeof(DEVMODEW));
+    EXPECT_EQ(mode.dmDriverExtra, 1u);
+    EXPECT_EQ(simhost::winspool::devModePrivateBytes(block), (std::vector<BYTE>{0xff}));
+
+    Json::Value state = simhost::describeHostState();
+    EXPECT_EQ(state["printers"][0]["devMode"]["dmCopies"].asInt(), 3);
+    EXPECT_EQ(state["printers"][0]["devMode"]["dmFields"].asUInt(), 259u);
+    EXPECT_EQ(state["printers"][0]["devMode"]["privateData"].asString(), "ff");
+    EXPECT_EQ(state["printers"][1]["devMode"]["dmCopies"].asInt(), 1) << "the driver's device mode as it stands";
+    EXPECT_EQ(state["printers"][1]["devMode"]["privateData"].asString(), "0a0b0c");
+}
+
+TEST_F(SpoolerHostFile, AWrongPrinterDeviceModeIsRefusedByName) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"json({"drivers": [{"name": "D"}], "printers": [{"name": "P", "port": "LPT1:", "driver": "D",
+            "devMode": []}]})json",
+         "printer \"devMode\" must be an object"},
+        {R"json({"drivers": [{"name": "D"}], "printers": [{"name": "P", "port": "LPT1:", "driver": "D",
+            "devMode": {"dmCopies": "3"}}]})json",
+         "printer \"devMode\" \"dmCopies\" must be a whole number from -32768 to 32767"},
+        {R"json({"drivers": [{"name": "D"}], "printers": [{"name": "P", "port": "LPT1:", "driver": "D",
+            "devMode": {"dmDriverExtra": 4}}]})json",
+         "unknown key \"dmDriverExtra\" in printer \"devMode\""},
+        {R"json({"drivers": [{"name": "D"}], "printers": [{"name": "P", "port": "LPT1:", "driver": "D",
+            "devMode": {"dmFormName": 4}}]})json",
+         "printer \"devMode\" \"dmFormName\" must be a string"},
+        {R"json({"printers": [{"name": "P", "port": "LPT1:", "driver": "D", "devMode": {"dmCopies": 2}}]})json",
+         "printer \"P\": no such driver is installed for this machine's environment"},
+    };
+    for (const auto& [text, message] : cases) {
+        simhost::Host::get().reset();
+        EXPECT_EQ(refusal(text), message) << text;
+    }
+}
+
 TEST_F(SpoolerHostFile, ABadSddlIsRefusedWithTheSecurityComponentsReason) {
     std::string message = refusal(R"json({"drivers": [{"name": "D"}],
         "printers": [{"name": "P", "port": "LPT1:", "driver": "D", "sddl": "D:(A;;QQ;;;SY)"}]})json");
