@@ -104,12 +104,35 @@ void VexorPrintingService::stampSender(ClientMsg* msg) {
     msg->json["_senderPID"] = Json::Value(static_cast<Json::UInt>(msg->peer.ownerPid));
 }
 
+// The port, then the printer on the same request; a printer that fails takes
+// the port just made with it. The client sees the printer's reply whenever a
+// printer was attempted. The lines are those of the dispatch.
+Json::Value VexorPrintingService::addPrinterAndPort(Json::Value& request, const char* dispatch) {
+    VX_LOG_AS(dispatch, kLogNormal, kNoLastError, 2, "Step1:Adding printer port");
+    const Json::Value portReply = _addPrinterPort(request);
+    if (portReply.isMember("err")) return portReply;
+    portCreatedMark.store(0, std::memory_order_relaxed);
+    VX_LOG_AS(dispatch, kLogNormal, kNoLastError, 2, "Step2:Adding printer");
+    Json::Value printerReply = _addPrinter(request);
+    if (printerReply.isMember("err")) {
+        VX_LOG_AS(dispatch, kLogNormal, kNoLastError, 2, "Deleting printer port because printer create failed.");
+        Json::Value port(Json::objectValue);
+        port["name"] = request.get("pPortName", Json::Value());
+        _deletePrinterPort(port);
+    }
+    return printerReply;
+}
+
 Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
     const std::string verb = getJsonString("msg", msg->json, "");
     VX_LOG(kLogNormal, kNoLastError, 2, "got peer msg:%s", verb.c_str());
     if (verb == "reap") {
         VX_LOG(kLogNormal, kNoLastError, 2, "doing reap");
         return _reapPrinters(msg->json);
+    }
+    if (verb == "createPrinterAndPort") {
+        VX_DECLARE_FUNCTION_NAME(self);
+        return addPrinterAndPort(msg->json, self.c_str());
     }
     if (verb == "createPPort") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Adding printer port");
@@ -124,6 +147,10 @@ Json::Value VexorPrintingService::_handleRequest(ClientMsg* msg) {
     if (verb == "deletePrinterAndPort") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer and port");
         return _deletePrinterAndPort(msg->json);
+    }
+    if (verb == "createPrinter") {
+        VX_LOG(kLogNormal, kNoLastError, 2, "Adding printer");
+        return _addPrinter(msg->json);
     }
     if (verb == "deletePrinter") {
         VX_LOG(kLogNormal, kNoLastError, 2, "Deleting printer");

@@ -77,6 +77,15 @@ public:
     std::wstring selectDriver(const Json::Value& request, Json::Value& response, Json::Value& detail,
                               std::wstring& printerComment);
 
+    // Printer creation (worker thread): the user's override settings laid
+    // over the request, then a printer on the request's port with the driver
+    // selection chooses, bound to the sender's logon session, with the
+    // client's preferences applied as the sender's user.
+    void applyOverrideSettings(Json::Value& request);
+    Json::Value _addPrinter(Json::Value& request);
+    // SetDefaultPrinterW for the calling thread's user: 0, or the last error.
+    DWORD setDefaultPrinter(const std::wstring& name);
+
     // The verb `reap`: one pass of the reaper without force.
     Json::Value _reapPrinters(const Json::Value& request);
 
@@ -109,6 +118,11 @@ private:
     DriverAvailability tryDriverName(const std::wstring& name, Json::Value& detail);
     // The steps of selectDriver, over one request.
     class DriverLadder;
+    // The steps of _addPrinter, over one request.
+    class PrinterCreation;
+    // The verb `createPrinterAndPort`: the port, then the printer; its lines
+    // are those of `dispatch`.
+    Json::Value addPrinterAndPort(Json::Value& request, const char* dispatch);
     // Starts `body` on a long-running thread-pool work item; throws the last
     // error if the pool refuses it.
     void startWorkItem(ThreadBody body);
