@@ -56,6 +56,31 @@ print("plugins listening:     ", ", ".join(state.get("listeners", [])) or "none"
 PY
 }
 
+# The printers in the state file: driver, port, the session the access list
+# names, the paper and orientation of the device mode, and the comment.
+show_printers() {
+  rm -f "$VEXOR_SIM_STATE"
+  kill -USR1 "$service_pid"
+  for _ in $(seq 50); do [ -s "$VEXOR_SIM_STATE" ] && break; sleep 0.1; done
+  python3 - "$VEXOR_SIM_STATE" <<'PY'
+import json, re, sys
+state = json.load(open(sys.argv[1]))
+papers = {1: "Letter", 9: "A4"}
+for p in state["printers"]:
+    sessions = sorted(set(re.findall(r"S-1-5-5-0-\d+", p["securityDescriptor"])))
+    mode = p.get("devMode") or {}
+    print("%s" % p["pPrinterName"])
+    print("  driver %s, port %s" % (p["pDriverName"], p["pPortName"]))
+    print("  access for logon session %s (%d entries)" % (", ".join(sessions) or "none",
+          len(re.findall(r"S-1-5-5-0-\d+", p["securityDescriptor"]))))
+    print("  paper %s, orientation %s, copies %s" % (papers.get(mode.get("dmPaperSize"), mode.get("dmPaperSize")),
+          {1: "portrait", 2: "landscape"}.get(mode.get("dmOrientation"), mode.get("dmOrientation")), mode.get("dmCopies")))
+    print("  comment \"%s\"" % p["pComment"])
+    print("  location \"%s\"" % p["pLocation"])
+print("drivers installed:", ", ".join(d["name"] for d in state["drivers"]))
+PY
+}
+
 wait_for_log() {
   for _ in $(seq 100); do grep -qs "$1" "$log_dir"/*.txt && return 0; sleep 0.1; done
   echo "(no \"$1\" in the log)"
@@ -81,6 +106,20 @@ echo " keeps the port whose plugin listens and removes the one nobody listens on
 wait_for_log "Reaped abandoned Printer Port:Vexor_127.0.1.20:9102"
 show_spooler
 
+heading "The main job: printers for a Windows client and a Mac client"
+echo "(the Windows client names its printer by hardware id: the driver is staged in"
+echo " the host's driver store and the installation tool installs it; the Mac client"
+echo " names make and model and its paper; each printer is bound to the sender's"
+echo " logon session)"
+send '{"msg":"createPrinter","_msgUniqueId":7,"printerName":"Office LaserBox","pPortName":"Vexor_127.0.1.20:9101","OS":"Windows","hardwareId":"USBPRINT\\AcmeLaserBox_2000PS5A1C","clientPCName":"DESKTOP-7","pDevMode":{"dmOrientation":2,"dmCopies":2}}'
+send '{"msg":"createPrinterAndPort","_msgUniqueId":8,"printerName":"Mac PageWriter","pPortName":"Vexor_127.0.1.20:9103","IP":"127.0.1.20","port":9103,"OS":"OSX","HostRenderSupported":1,"device-id":"MFG:Brightline;MDL:PageWriter 7;","printer-make-and-model":"Brightline PageWriter 7","media-default":"iso_a4_210x297mm","clientPCName":"MacBook"}'
+show_printers
+
+heading "Each client removes its printer and port again"
+send '{"msg":"deletePrinterAndPort","_msgUniqueId":9,"printerName":"Office LaserBox"}'
+send '{"msg":"deletePrinterAndPort","_msgUniqueId":10,"printerName":"Mac PageWriter"}'
+show_spooler
+
 heading "Stopping the service (SIGTERM stands for the control manager's stop)"
 kill -TERM "$service_pid"
 wait "$service_pid" || true
@@ -90,7 +129,7 @@ heading "After the stop: the service cleared everything of its own"
 show_spooler final
 
 heading "Interesting lines of the log"
-grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|Adding port|Deleting PPort|stale printers removed|getDriverInfoDetail loaded|listener|Reaped|worker thread stopped|Done OnStop" \
+grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|DRV_MATCH|Running cmd|Adding printer|_addPrinter\(\)|Deleting printer|Adding port|Deleting PPort|stale printers removed|getDriverInfoDetail loaded|listener|Reaped|worker thread stopped|Done OnStop" \
   "$log_dir"/*.txt | grep -v "JSON:" | sed -E 's/^([^ ]+) LogLevel:([0-9]).*\|([A-Za-z_:~]+)\(\)\| +/\1 L\2 \3: /'
 
 heading "What the control manager and the event log saw"

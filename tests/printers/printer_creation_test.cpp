@@ -6,7 +6,7 @@
 #include "simhost/advapi32/advapi32.h"
 #include "simhost/core/host.h"
 #include "simhost/core/thread_ending.h"
-#include "simhost/iphlpapi/iphlpapi.h"
+#include "simhost/iphlpapi/tcp_connections.h"
 #include "simhost/kernel32/objects.h"
 #include "simhost/kernel32/processes.h"
 #include "simhost/kernel32/programs.h"
@@ -402,6 +402,251 @@ TEST_F(PrinterCreation, ExceptionUnderImpersonationFailsTheReplyButKeepsThePrint
     // The port's removal is asked for, and refused while the printer uses it.
     EXPECT_TRUE(log().contains("Deleting printer port because printer create failed."));
     EXPECT_TRUE(spooler::findPort(L"Vexor_127.0.1.20:9101"));
+}
+
+// ---- Refusals ----
+
+TEST_F(PrinterCreation, RequestWithoutASenderIsRefusedWithoutDetail) {
+    Json::Value request = windowsPrinter();
+    const Json::Value reply = harness_.service()._addPrinter(request);
+    EXPECT_EQ(reply, json(R"({"status":"fail","err":"no _senderPID"})"));
+    expectLine("Required _senderPID member missing from json request.", 6, kError);
+}
+
+TEST_F(PrinterCreation, MissingPrinterNameOrPortIsRefusedWithTheDetail) {
+    install(kAcmeDriver);
+    connect();
+    Json::Value noName = windowsPrinter();
+    noName.removeMember("printerName");
+    Json::Value reply = json(R"({"status":"fail","err":"_addPrinter called with no printerName"})");
+    reply["detail"] = json(R"({"hwid":"","driverNameReq":"Acme LaserBox 2000","printerName":""})");
+    EXPECT_EQ(ask(noName, 1), expected(reply, 1));
+    EXPECT_FALSE(log().contains("driver req by user:Acme LaserBox 2000")) << "no driver is chosen";
+    Json::Value noPort = windowsPrinter();
+    noPort.removeMember("pPortName");
+    reply = json(R"({"status":"fail","err":"_addPrinter called with no pPortName"})");
+    reply["detail"] = detailOf("Office", "Acme LaserBox 2000");
+    EXPECT_EQ(ask(noPort, 2), expected(reply, 2));
+    EXPECT_FALSE(log().contains("_addPrinter called mapped driver:Acme LaserBox 2000"));
+    EXPECT_TRUE(spooler::printers().empty());
+}
+
+TEST_F(PrinterCreation, NoDriverIsTheSelectionsFailure) {
+    connect();
+    addPluginPort();
+    Json::Value reply = json(R"({"status":"fail","err":"Could not find a driver for the printer",)"
+                             R"("warn":"no hardwareId supplied"})");
+    reply["detail"] = json(R"({"hwid":"","driverNameReq":"Acme LaserBox 2000","printerName":"Office"})");
+    EXPECT_EQ(ask(windowsPrinter(), 1), expected(reply, 1));
+    EXPECT_TRUE(spooler::printers().empty());
+}
+
+TEST_F(PrinterCreation, SenderWithoutALogonSessionGetsNoPrinter) {
+    install(kAcmeDriver);
+    simhost::kernel32::removeProcess(testsupport::kLoaderPid);
+    simhost::kernel32::ProcessRecord loader{testsupport::kLoaderPid, testsupport::kSessionZeroAncestorPid,
+                                            testsupport::kUserSession, testsupport::kLoaderPath};
+    loader.noLogonSid = true;
+    simhost::kernel32::addProcess(loader);
+    connect();
+    addPluginPort();
+    Json::Value reply = json(R"({"status":"fail","err":"bad SecurityDescriptor"})");
+    reply["detail"] = detailOf("Office", "Acme LaserBox 2000");
+    EXPECT_EQ(ask(windowsPrinter(), 1), expected(reply, 1));
+    expectLine("Couldn't get the session security Id of sender.", 5, kError);
+    EXPECT_TRUE(spooler::printers().empty());
+}
+
+// An exception outside the work done as the sender leaves the creation: the
+// dispatch logs it and the request gets no reply.
+TEST_F(PrinterCreation, CompatibleIdThatIsAnObjectCostsTheRequestItsReply) {
+    connect();
+    addPluginPort();
+    Json::Value request = windowsPrinter();
+    request.removeMember("driverName");
+    request["compatHwids"] = json(R"([{"id":"USBPRINT\\Acme"}])");
+    request["_msgUniqueId"] = 1;
+    std::string text = writeCompact(request);
+    text.back() = '\0';
+    ASSERT_TRUE(client_.send(text));
+    EXPECT_EQ(client_.receiveReply(1000), "");
+    EXPECT_EQ(linesStartingWith("exception processing command. Caught:").size(), 1u);
+    EXPECT_TRUE(spooler::printers().empty());
+}
+
+// ---- createPrinterAndPort ----
+
+TEST_F(PrinterCreation, PortAndPrinterComeTogetherAndThePrintersReplyIsTheAnswer) {
+    install(kAcmeDriver);
+    connect();
+    EXPECT_EQ(ask(windowsPrinter("createPrinterAndPort"), 1),
+              expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
+    ASSERT_TRUE(spooler::findPort(L"Vexor_127.0.1.20:9101"));
+    EXPECT_EQ(spooler::findPrinter(L"Office")->portName, L"Vexor_127.0.1.20:9101");
+    expectLine("Step1:Adding printer port", 2, kNormal, kDispatch);
+    expectLine("Step2:Adding printer", 2, kNormal, kDispatch);
+}
+
+TEST_F(PrinterCreation, ExistingPortStopsTheFirstStep) {
+    install(kAcmeDriver);
+    connect();
+    addPluginPort();
+    EXPECT_EQ(ask(windowsPrinter("createPrinterAndPort"), 1),
+              testsupport::failureReply(1, "Printer Port already exists"));
+    EXPECT_FALSE(log().contains("Step2:Adding printer"));
+    EXPECT_TRUE(spooler::printers().empty());
+    EXPECT_TRUE(spooler::findPort(L"Vexor_127.0.1.20:9101")) << "the existing port stays";
+}
+
+TEST_F(PrinterCreation, FailedPrinterTakesThePortJustMadeWithIt) {
+    connect();
+    Json::Value reply = json(R"({"status":"fail","err":"Could not find a driver for the printer",)"
+                             R"("warn":"no hardwareId supplied"})");
+    reply["detail"] = json(R"({"hwid":"","driverNameReq":"Acme LaserBox 2000","printerName":"Office"})");
+    EXPECT_EQ(ask(windowsPrinter("createPrinterAndPort"), 1), expected(reply, 1));
+    expectLine("Deleting printer port because printer create failed.", 2, kNormal, kDispatch);
+    EXPECT_FALSE(spooler::findPort(L"Vexor_127.0.1.20:9101"));
+}
+
+// ---- Journeys ----
+
+TEST_F(PrinterCreation, WindowsClientUnderTheAdvancedPolicyGetsTheStagedDriverOfItsId) {
+    stageInf("oem9.inf",
+             "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=Printer\r\nProvider=%Acme%\r\n\r\n"
+             "[Manufacturer]\r\n%Acme%=Acme,NTamd64\r\n\r\n[Acme.NTamd64]\r\n"
+             "\"Acme LaserBox 2000\" = LB2000, USBPRINT\\AcmeLaserBox_2000EA13, AcmeLaserBox_2000EA13\r\n\r\n"
+             "[LB2000]\r\nLanguageMonitor = \"Acme Language Monitor,acmelm.dll\"\r\n\r\n"
+             "[Strings]\r\nAcme=\"Acme\"\r\n");
+    connect();
+    addPluginPort();
+    Json::Value request = windowsPrinter();
+    request.removeMember("driverName");
+    request["hardwareId"] = "USBPRINT\\AcmeLaserBox_2000EA13";
+    const Json::Value detail =
+        json(R"({"hwid":"USBPRINT\\AcmeLaserBox_2000EA13","driverNameReq":"","printerName":"Office",)"
+             R"("preinstalled":false,"to":"hwid","matchedHwid":"USBPRINT\\AcmeLaserBox_2000EA13","matchedBus":true,)"
+             R"("driverNamePicked":"Acme LaserBox 2000"})");
+    Json::Value reply = success(detail);
+    reply["warn"] = "_addPrinter called with no driverName (possibly CUPS printer)";
+    EXPECT_EQ(ask(request, 1), expected(reply, 1));
+    EXPECT_EQ(simhost::kernel32::processRuns().size(), 1u);
+    std::optional<spooler::SpoolerPrinter> printer = spooler::findPrinter(L"Office");
+    ASSERT_TRUE(printer);
+    EXPECT_EQ(printer->driverName, kAcmeDriver);
+    expectLine("Language monitor:Acme Language Monitor found", 3, kNormal);
+    expectLine("Enabling BIDI", 2, kNormal);
+    EXPECT_NE(printer->attributes & PRINTER_ATTRIBUTE_ENABLE_BIDI, 0u) << "switched on through WMI";
+}
+
+TEST_F(PrinterCreation, MacClientGetsItsDriverFromTheDeviceIdAndItsPaperFromTheMediaTable) {
+    install(kAcmeDriver, L"USBPRINT\\AcmeLaserBox_2000EA13");
+    connect();
+    addPluginPort();
+    Json::Value request = json(R"({"msg":"createPrinter","printerName":"Mac printer","OS":"OSX",)"
+                               R"("HostRenderSupported":1,"device-id":"MFG:Acme;MDL:LaserBox 2000;",)"
+                               R"("printer-make-and-model":"Acme LaserBox 2000","media-default":"na_letter_8.5x11in",)"
+                               R"("clientPCName":"MacBook"})");
+    request["pPortName"] = kPort;
+    const std::string reply = ask(request, 1);
+    Json::Value parsed;
+    ASSERT_TRUE(parseWithClassicReader(reply.substr(0, reply.size() - 1), parsed)) << reply;
+    EXPECT_EQ(parsed["status"], "success") << reply;
+    EXPECT_EQ(parsed["detail"]["driverNamePicked"], "Acme LaserBox 2000");
+    EXPECT_EQ(parsed["detail"]["matchedHwid"], "AcmeLaserBox_2000EA13");
+    std::optional<spooler::SpoolerPrinter> printer = spooler::findPrinter(L"Mac printer");
+    ASSERT_TRUE(printer);
+    EXPECT_EQ(spooler::devModeRecord(printer->devMode).dmPaperSize, DMPAPER_LETTER);
+    EXPECT_EQ(printer->comment, wide(kComment + " on MacBook"));
+}
+
+TEST_F(PrinterCreation, OverrideSettingsInTheCommentChooseTheDriver) {
+    install(kAcmeDriver);
+    install(L"Acme Mono");
+    connect();
+    addPluginPort();
+    Json::Value request = windowsPrinter();
+    request["pComment"] = "Please use {\\\"driverName\\\":\\\"Acme Mono\\\"} here";
+    const std::string reply = ask(request, 1);
+    Json::Value parsed;
+    ASSERT_TRUE(parseWithClassicReader(reply.substr(0, reply.size() - 1), parsed)) << reply;
+    EXPECT_EQ(parsed["detail"]["driverNameReq"], "Acme Mono");
+    EXPECT_EQ(parsed["detail"]["driverNamePicked"], "Acme Mono");
+    EXPECT_EQ(spooler::findPrinter(L"Office")->driverName, L"Acme Mono");
+    EXPECT_EQ(spooler::findPrinter(L"Office")->comment, wide(kComment + ".")) << "the carrier is no comment";
+}
+
+TEST_F(PrinterCreation, OverrideSettingsInTheLocationNameThePrinterAndStandInItsLocation) {
+    install(kAcmeDriver);
+    connect();
+    addPluginPort();
+    Json::Value request = windowsPrinter();
+    request["printer-location"] = "{\"printerName\":\"Hall\"}";
+    const std::string reply = ask(request, 1);
+    EXPECT_NE(reply.find("\"status\":\"success\""), std::string::npos) << reply;
+    std::optional<spooler::SpoolerPrinter> printer = spooler::findPrinter(L"Hall");
+    ASSERT_TRUE(printer);
+    EXPECT_EQ(printer->location, L"Vexor >>  >> {\"printerName\":\"Hall\"}");
+    EXPECT_FALSE(spooler::findPrinter(L"Office"));
+}
+
+TEST_F(PrinterCreation, SenderPidOfTheOverridesIsNotTheSenderThatCounts) {
+    install(kAcmeDriver);
+    connect();
+    addPluginPort();
+    Json::Value request = windowsPrinter();
+    request["pComment"] = "{\"_senderPID\":4}";
+    EXPECT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
+    EXPECT_EQ(occurrences(spooler::sddlOfDescriptor(spooler::findPrinter(L"Office")->securityDescriptor),
+                          sessionSid(testsupport::kUserSession)),
+              3u);
+}
+
+// Two plugins of two sessions of one user: each printer is bound to its
+// session, each plugin removes only its own, and each default printer is
+// set for the user of the session that asked.
+TEST_F(PrinterCreation, TwoSessionsEachGetAndRemoveOnlyTheirOwnPrinter) {
+    constexpr DWORD kOtherLoader = 5100;
+    constexpr DWORD kOtherSession = 3;
+    setPolicy(L"vexor.enable_default_printer", 1);
+    install(kAcmeDriver);
+    simhost::kernel32::addProcess(simhost::kernel32::ProcessRecord{
+        kOtherLoader, testsupport::kSessionZeroAncestorPid, kOtherSession, testsupport::kLoaderPath});
+    connect();
+    // Each connection's owner is fixed when the service takes it: a first
+    // exchange makes sure it has, before the next owner is arranged.
+    const Json::Value hello = json(R"({"msg":"hello"})");
+    const std::string unknown = "unknown msg verb. Don't know what you want me to do.";
+    ASSERT_EQ(ask(hello, 100), testsupport::failureReply(100, unknown));
+    simhost::iphlpapi::setDefaultOutsideEndOwner(kOtherLoader);
+    TestClient other;
+    ASSERT_TRUE(other.connect());
+    ASSERT_EQ(testsupport::ask(other, hello, 101), testsupport::failureReply(101, unknown));
+    Json::Value first = windowsPrinter("createPrinterAndPort", "First");
+    first["is_default"] = 1;
+    Json::Value second = windowsPrinter("createPrinterAndPort", "Second");
+    second["pPortName"] = "Vexor_127.0.1.20:9102";
+    second["port"] = 9102;
+    second["is_default"] = 1;
+    std::string firstReply, secondReply;
+    std::thread asking([&] { secondReply = testsupport::ask(other, second, 2); });
+    firstReply = ask(first, 1);
+    asking.join();
+    EXPECT_EQ(firstReply, expected(success(detailOf("First", "Acme LaserBox 2000")), 1));
+    EXPECT_EQ(secondReply, expected(success(detailOf("Second", "Acme LaserBox 2000")), 2));
+    const std::wstring firstSddl = spooler::sddlOfDescriptor(spooler::findPrinter(L"First")->securityDescriptor);
+    const std::wstring secondSddl = spooler::sddlOfDescriptor(spooler::findPrinter(L"Second")->securityDescriptor);
+    EXPECT_EQ(occurrences(firstSddl, sessionSid(testsupport::kUserSession)), 3u);
+    EXPECT_EQ(occurrences(firstSddl, sessionSid(kOtherSession)), 0u);
+    EXPECT_EQ(occurrences(secondSddl, sessionSid(kOtherSession)), 3u);
+    EXPECT_EQ(spooler::defaultPrinterOf(simhost::sessionUserSid(testsupport::kUserSession)), L"First");
+    EXPECT_EQ(spooler::defaultPrinterOf(simhost::sessionUserSid(kOtherSession)), L"Second");
+    Json::Value removeSecond = json(R"({"msg":"deletePrinter","printerName":"Second"})");
+    EXPECT_EQ(ask(removeSecond, 3), testsupport::failureReply(3, "Printer not owned by sender"));
+    EXPECT_EQ(testsupport::ask(other, removeSecond, 4), testsupport::successReply(4));
+    Json::Value removeFirst = json(R"({"msg":"deletePrinter","printerName":"First"})");
+    EXPECT_EQ(testsupport::ask(other, removeFirst, 5), testsupport::failureReply(5, "Printer not owned by sender"));
+    EXPECT_EQ(ask(removeFirst, 6), testsupport::successReply(6));
+    EXPECT_TRUE(spooler::printers().empty());
 }
 
 }  // namespace
