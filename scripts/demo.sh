@@ -129,7 +129,7 @@ heading "After the stop: the service cleared everything of its own"
 show_spooler final
 
 heading "Interesting lines of the log"
-grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|DRV_MATCH|Running cmd|Adding printer|_addPrinter\(\)|Deleting printer|Adding port|Deleting PPort|stale printers removed|getDriverInfoDetail loaded|listener|Reaped|worker thread stopped|Done OnStop" \
+grep -h -E "Service version|in OnStart|through GPO setting|listen returned|Got new connection|Unauthorized|Got request id|unknown msg verb|Printer Port|DRV_MATCH|Running cmd|Deleting printer|Adding port|Deleting PPort|stale printers removed|getDriverInfoDetail loaded|listener|Reaped|worker thread stopped|Done OnStop" \
   "$log_dir"/*.txt | grep -v "JSON:" | sed -E 's/^([^ ]+) LogLevel:([0-9]).*\|([A-Za-z_:~]+)\(\)\| +/\1 L\2 \3: /'
 
 heading "What the control manager and the event log saw"
