@@ -8,11 +8,16 @@
 //
 //   command_load [clients=8] [requests-per-client=500]
 //   command_load ports [count=1000]
+//   command_load printers [plugins=4] [rounds=25]
 //
 // The second form measures the port verbs: one client makes `count` raw
 // TCP/IP ports with createPPort and removes them with deletePPort, at 100
 // ports and at `count`, so that the growth of the per-port cost shows; the
 // echo server's round trip of the same run is the reference.
+//
+// The third form has N plugins create and remove printers at once with
+// createPrinterAndPort and deletePrinterAndPort, against a driver store of
+// 5,000 staged models (see printersMain).
 #include "bench/command_load/service_side.h"
 
 #include <arpa/inet.h>
@@ -237,8 +242,121 @@ int portsMain(int count) {
     return complete ? 0 : 1;
 }
 
+// ---- Printers ----
+
+// What a plugin sends for printer `index` of plugin `plugin`: a Windows
+// client's printer on its own port, with the driver it names.
+std::string printerRequest(int plugin, int index, const std::string& driverName) {
+    // The XPS format lets an unknown driver end at the fallback.
+    const int port = 20000 + plugin * 1000 + index;
+    const std::string portName = "Vexor_127.0.1.20:" + std::to_string(port);
+    return "{\"msg\":\"createPrinterAndPort\",\"_msgUniqueId\":" + std::to_string(index) +
+           ",\"printerName\":\"Load " + std::to_string(plugin) + "-" + std::to_string(index) +
+           "\",\"pPortName\":\"" + portName + "\",\"IP\":\"127.0.1.20\",\"port\":" + std::to_string(port) +
+           ",\"OS\":\"Windows\",\"ClientRenderSupported\":[\"XPS\"],\"driverName\":\"" + driverName + "\"}";
+}
+
+std::string removalRequest(int plugin, int index) {
+    return "{\"msg\":\"deletePrinterAndPort\",\"_msgUniqueId\":" + std::to_string(index) +
+           ",\"printerName\":\"Load " + std::to_string(plugin) + "-" + std::to_string(index) + "\"}";
+}
+
+struct CreationRun {
+    RunResult created, removed;
+    bool complete = true;
+};
+
+// `plugins` clients at once, each creating and removing `rounds` printers
+// in turn; the creations' round trips and their rate.
+CreationRun runPlugins(int plugins, int rounds, const std::string& driverName) {
+    CreationRun run;
+    std::vector<RunResult> created(static_cast<size_t>(plugins)), removed(static_cast<size_t>(plugins));
+    std::atomic<bool> complete{true};
+    auto started = Clock::now();
+    std::vector<std::thread> threads;
+    for (int p = 0; p < plugins; ++p) {
+        threads.emplace_back([&, p] {
+            int fd = connectTo("127.0.3.1", 5555);
+            std::string pending;
+            // The first answer comes once the catalogue is built: not timed.
+            std::string probe = "{\"msg\":\"loadProbe\",\"_msgUniqueId\":0}";
+            probe.push_back('\0');
+            if (fd >= 0 && !roundTrip(fd, probe, pending)) complete = false;
+            for (int r = 0; r < rounds && fd >= 0; ++r) {
+                if (!timeVerb(fd, pending, 1, [&](int) { return printerRequest(p, r, driverName); }, created[p]) ||
+                    !timeVerb(fd, pending, 1, [&](int) { return removalRequest(p, r); }, removed[p]))
+                    complete = false;
+            }
+            if (fd < 0) complete = false;
+            if (fd >= 0) ::close(fd);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    run.created.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    for (int p = 0; p < plugins; ++p) {
+        run.created.roundTripsUs.insert(run.created.roundTripsUs.end(), created[p].roundTripsUs.begin(),
+                                        created[p].roundTripsUs.end());
+        run.removed.roundTripsUs.insert(run.removed.roundTripsUs.end(), removed[p].roundTripsUs.begin(),
+                                        removed[p].roundTripsUs.end());
+    }
+    run.complete = complete && run.created.roundTripsUs.size() == static_cast<size_t>(plugins * rounds);
+    return run;
+}
+
+// One kind of creation on a fresh service: its rate, its percentiles, and
+// the log lines each creation and removal wrote.
+bool measureCreations(const char* name, int plugins, int rounds, int catalogue, int installed,
+                      const std::string& driverName, double logLineUs) {
+    const std::string drive = startServiceWithDriverStore(catalogue, installed);
+    const size_t linesBefore = serviceLogLines(drive);
+    CreationRun run = runPlugins(plugins, rounds, driverName);
+    const double linesPerPair = static_cast<double>(serviceLogLines(drive) - linesBefore) / (plugins * rounds);
+    stopService();
+    std::filesystem::remove_all(drive);
+    const double p50 = percentile(run.created.roundTripsUs, 0.50);
+    std::printf("%-26s %4zu creations %7.1f /s  p50 %8.1f us  p99 %8.1f us  removal p50 %7.1f us  "
+                "log %5.1f lines/pair (~%.0f%% of p50)\n",
+                name, run.created.roundTripsUs.size(),
+                static_cast<double>(run.created.roundTripsUs.size()) / run.created.seconds, p50,
+                percentile(run.created.roundTripsUs, 0.99), percentile(run.removed.roundTripsUs, 0.50), linesPerPair,
+                100.0 * linesPerPair * logLineUs / (2 * p50));
+    return run.complete;
+}
+
+// Creations of Windows clients' printers against a catalogue of 5,000
+// staged models and 200 installed drivers. Beside the plain creation
+// (driver named and installed, no language monitor) the same run measures
+// one whose driver has a language monitor (the difference is the WMI call
+// that switches bidirectional printing on) and one whose driver must be
+// found by the whole ladder down to its fallback (the difference is the
+// selection); the echo server's round trip is the reference.
+int printersMain(int plugins, int rounds) {
+    {
+        EchoServer echo;
+        report("echo server", runClients("127.0.0.1", echo.port(), 1, 500));
+    }
+    std::string drive = startServiceWithDriverStore(10, 1);
+    const double logLineUs = logLineMicroseconds(2000);
+    stopService();
+    std::filesystem::remove_all(drive);
+    const AddCost add = addPrinterCost(200);
+    std::printf("one log line %.1f us; one add %.1f us directly, %.1f us on the add thread\n", logLineUs,
+                add.directUs, add.guardedUs);
+    bool complete = measureCreations("driver named", plugins, rounds, 5000, 200, "Maker1 Model 1", logLineUs);
+    complete = measureCreations("driver with monitor (WMI)", plugins, rounds, 5000, 200, "Maker0 Model 0", logLineUs) &&
+               complete;
+    // A driver nobody has: every step of the ladder looks, down to the
+    // client's fallback driver.
+    complete = measureCreations("unknown driver (fallback)", plugins, std::max(1, rounds / 5), 5000, 200,
+                                "Nobody Box 9", logLineUs) &&
+               complete;
+    return complete ? 0 : 1;
+}
+
 int main(int argc, char** argv) {
     if (argc > 1 && std::string(argv[1]) == "ports") return portsMain(argc > 2 ? std::atoi(argv[2]) : 1000);
+    if (argc > 1 && std::string(argv[1]) == "printers")
+        return printersMain(argc > 2 ? std::atoi(argv[2]) : 4, argc > 3 ? std::atoi(argv[3]) : 25);
     int clients = argc > 1 ? std::atoi(argv[1]) : 8;
     int requests = argc > 2 ? std::atoi(argv[2]) : 500;
     std::printf("%d clients x %d requests each\n", clients, requests);

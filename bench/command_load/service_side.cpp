@@ -5,7 +5,16 @@
 #include "simhost/hostfile/host_file.h"
 #include "simhost/kernel32/threads.h"
 
+#include "foundation/StaticLogger.h"
+#include "printers/PrinterSecurity.h"
+#include "simhost/winspool/spooler.h"
+
 #include <json/json.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <functional>
 
 #include <cstdlib>
 #include <filesystem>
@@ -38,20 +47,117 @@ constexpr const char* kLoadHost = R"({
   "tcpOwners": { "default": 5000 }
 })";
 
-}  // namespace
-
-std::string startServiceOnSimulatedHost() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vexor-load-XXXXXX").string();
-    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary drive");
+Json::Value loadHost() {
     Json::Value host;
     std::istringstream text(kLoadHost);
     std::string errors;
     if (!Json::parseFromStream(Json::CharReaderBuilder(), text, &host, &errors))
         throw std::runtime_error("the load host does not parse: " + errors);
-    simhost::applyHostDescription(host, pattern);
+    return host;
+}
+
+std::string newDrive() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "vexor-load-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary drive");
+    return pattern;
+}
+
+void startService() {
     service = std::make_unique<VexorPrintingService>();
     service->OnStart(0, nullptr);
-    return pattern;
+}
+
+std::string modelName(int i) { return "Maker" + std::to_string(i) + " Model " + std::to_string(i); }
+
+void stageDriverStore(const std::string& drive, int entries) {
+    const std::filesystem::path infDirectory = std::filesystem::path(drive) / "Windows" / "INF";
+    std::filesystem::create_directories(infDirectory);
+    for (int first = 0; first < entries; first += 10) {
+        std::string text = "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=Printer\r\n\r\n"
+                           "[Manufacturer]\r\nMaker=Models,NTamd64\r\n\r\n[Models.NTamd64]\r\n";
+        for (int i = first; i < std::min(entries, first + 10); ++i)
+            text += "\"" + modelName(i) + "\" = Install, USBPRINT\\Maker" + std::to_string(i) + "Model" +
+                    std::to_string(i) + "\r\n";
+        std::ofstream(infDirectory / ("oem" + std::to_string(first / 10) + ".inf"), std::ios::binary) << text;
+    }
+}
+
+}  // namespace
+
+std::string startServiceOnSimulatedHost() {
+    const std::string drive = newDrive();
+    simhost::applyHostDescription(loadHost(), drive);
+    startService();
+    return drive;
+}
+
+std::string startServiceWithDriverStore(int catalogueEntries, int installedDrivers) {
+    const std::string drive = newDrive();
+    Json::Value host = loadHost();
+    Json::Value mode(Json::objectValue);
+    mode["key"] = "HKLM\\Software\\Policies\\Quillion\\Vexor\\vexor_admin";
+    mode["name"] = "vexor.remote_printing_enabled";
+    mode["type"] = "REG_DWORD";
+    mode["value"] = 2;
+    host["registry"].append(mode);
+    Json::Value fallback(Json::objectValue);
+    fallback["name"] = "Quillion Client Render XPS";
+    host["drivers"].append(fallback);
+    for (int i = 0; i < installedDrivers; ++i) {
+        Json::Value driver(Json::objectValue);
+        driver["name"] = modelName(i);
+        if (i == 0) driver["monitor"] = "Maker Language Monitor";
+        host["drivers"].append(driver);
+    }
+    simhost::applyHostDescription(host, drive);
+    stageDriverStore(drive, catalogueEntries);
+    startService();
+    return drive;
+}
+
+size_t serviceLogLines(const std::string& drive) {
+    size_t lines = 0;
+    const std::filesystem::path logs = std::filesystem::path(drive) / "ProgramData" / "Quillion" / "VexorAgent" / "logs";
+    for (const auto& entry : std::filesystem::directory_iterator(logs)) {
+        std::ifstream file(entry.path());
+        for (std::string line; std::getline(file, line);) ++lines;
+    }
+    return lines;
+}
+
+double logLineMicroseconds(int samples) {
+    const auto started = std::chrono::steady_clock::now();
+    for (int i = 0; i < samples; ++i)
+        VX_LOG(kLogNormal, kNoLastError, 2, "load driver's measure of one line:%d of the service log", i);
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - started).count() / samples;
+}
+
+AddCost addPrinterCost(int samples) {
+    simhost::Host::get().reset();
+    simhost::winspool::addDriver({L"Load Driver", simhost::winspool::kLocalEnvironment, L"", L"", {}});
+    // LPT1: is one of the machine's own ports.
+    std::wstring name = L"Load printer", portName = L"LPT1:", driver = L"Load Driver", processor = L"winprint";
+    PRINTER_INFO_2W info = {};
+    info.pPrinterName = &name[0];
+    info.pPortName = &portName[0];
+    info.pDriverName = &driver[0];
+    info.pPrintProcessor = &processor[0];
+    auto timeAdds = [&](const std::function<HANDLE()>& add) {
+        double total = 0;
+        for (int i = 0; i < samples; ++i) {
+            const auto started = std::chrono::steady_clock::now();
+            HANDLE printer = add();
+            total += std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - started).count();
+            DeletePrinter(printer);
+            ClosePrinter(printer);
+        }
+        return total / samples;
+    };
+    AddCost cost;
+    cost.directUs = timeAdds([&] { return AddPrinterW(nullptr, 2, reinterpret_cast<LPBYTE>(&info)); });
+    cost.guardedUs = timeAdds([&] { return PrinterUtil::addPrinterNonBlocking(&info); });
+    simhost::Host::get().reset();
+    return cost;
 }
 
 void stopService() {
