@@ -66,7 +66,8 @@ bool copyName(const std::wstring& text, WCHAR (&member)[32]) {
 // It is read without a getter's protection, so a value that is no unsigned
 // number throws out of the mapping and nothing of it is stored.
 void readDriverVersion(const Json::Value& json, DEVMODEW& mode) {
-    const Json::UInt version = json.get("dmDriverVersion", Json::Value(static_cast<Json::UInt>(mode.dmDriverVersion))).asUInt();
+    const Json::Value current(static_cast<Json::UInt>(mode.dmDriverVersion));
+    const Json::UInt version = json.get("dmDriverVersion", current).asUInt();
     mode.dmDriverVersion = static_cast<WORD>(version & 0xFFFF);
 }
 
