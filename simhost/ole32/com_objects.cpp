@@ -39,7 +39,8 @@ void enterObject(const void* identity, TableEntry* owner, const char* interfaceN
                  bool proxy) {
     ObjectTable& objects = table();
     std::lock_guard<std::mutex> lock(objects.mutex);
-    objects.entries.push_back(Entry{identity, std::unique_ptr<TableEntry>(owner), interfaceName, description, proxy, 1});
+    objects.entries.push_back(
+        Entry{identity, std::unique_ptr<TableEntry>(owner), interfaceName, description, proxy, 1});
 }
 
 bool isProxy(const void* identity) {
@@ -76,7 +77,8 @@ std::vector<LiveObject> liveObjects() {
     ObjectTable& objects = table();
     std::lock_guard<std::mutex> lock(objects.mutex);
     std::vector<LiveObject> live;
-    for (const Entry& entry : objects.entries) live.push_back({entry.interfaceName, entry.description, entry.references});
+    for (const Entry& entry : objects.entries)
+        live.push_back({entry.interfaceName, entry.description, entry.references});
     return live;
 }
 

@@ -134,6 +134,7 @@ HRESULT WINAPI CoSetProxyBlanket(IUnknown* proxy, DWORD authenticationService, D
     if (!simhost::ole32::isProxy(proxy)) return E_NOINTERFACE;
     RuntimeState& state = runtime();
     std::lock_guard<std::mutex> lock(state.mutex);
-    state.blanket = {authenticationService, authorizationService, authenticationLevel, impersonationLevel, capabilities};
+    state.blanket = {authenticationService, authorizationService, authenticationLevel, impersonationLevel,
+                     capabilities};
     return S_OK;
 }

@@ -80,7 +80,8 @@ public:
         if (DWORD error = injectedFailure("IEnumWbemClassObject::Next")) return HRESULT_FROM_WIN32(error);
         if (timeout < 0 && timeout != kInfinite) return WBEM_E_INVALID_PARAMETER;
         std::lock_guard<std::mutex> lock(mutex_);
-        while (*returned < count && next_ < instances_.size()) objects[(*returned)++] = new PrinterObject(instances_[next_++]);
+        while (*returned < count && next_ < instances_.size())
+            objects[(*returned)++] = new PrinterObject(instances_[next_++]);
         return *returned == count ? WBEM_S_NO_ERROR : WBEM_S_FALSE;
     }
 

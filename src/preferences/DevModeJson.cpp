@@ -4,6 +4,7 @@
 #include "foundation/SpoolerAccess.h"
 #include "foundation/StaticLogger.h"
 
+#include <cstddef>
 #include <cwchar>
 #include <exception>
 #include <string>
@@ -13,31 +14,37 @@ namespace {
 constexpr WORD kSpecVersion = 0x401;
 constexpr DWORD kPrinterInfoLevel = 2;
 
-// The signed 16-bit members in the order their keys are read, each with
-// the dmFields bit its key adds.
-struct ShortMember {
+// A member the table names: its key, the member, and the dmFields bit its
+// key adds.
+template <class Value>
+struct Member {
     const char* key;
-    short& (*member)(DEVMODEW&);
+    Value& (*member)(DEVMODEW&);
     DWORD field;
 };
-
-// The 32-bit members, read after the form name.
-struct LongMember {
-    const char* key;
-    DWORD& (*member)(DEVMODEW&);
-    DWORD field;
-};
+using ShortMember = Member<short>;
+using LongMember = Member<DWORD>;
 
 #define VX_SHORT(name, bit) \
     ShortMember { #name, [](DEVMODEW& mode) -> short& { return mode.name; }, bit }
 #define VX_LONG(name, bit) \
     LongMember { #name, [](DEVMODEW& mode) -> DWORD& { return mode.name; }, bit }
 
+// The signed 16-bit members in the order their keys are read, then the
+// 32-bit ones, which are read after the form name.
 const ShortMember kShortMembers[] = {
-    VX_SHORT(dmOrientation, 0x1),      VX_SHORT(dmPaperSize, 0x2),   VX_SHORT(dmPaperLength, 0x4),
-    VX_SHORT(dmPaperWidth, 0x8),       VX_SHORT(dmScale, 0x10),      VX_SHORT(dmCopies, 0x100),
-    VX_SHORT(dmDefaultSource, 0x200),  VX_SHORT(dmPrintQuality, 0x400), VX_SHORT(dmColor, 0x800),
-    VX_SHORT(dmDuplex, 0x1000),        VX_SHORT(dmYResolution, 0x2000), VX_SHORT(dmTTOption, 0x4000),
+    VX_SHORT(dmOrientation, 0x1),
+    VX_SHORT(dmPaperSize, 0x2),
+    VX_SHORT(dmPaperLength, 0x4),
+    VX_SHORT(dmPaperWidth, 0x8),
+    VX_SHORT(dmScale, 0x10),
+    VX_SHORT(dmCopies, 0x100),
+    VX_SHORT(dmDefaultSource, 0x200),
+    VX_SHORT(dmPrintQuality, 0x400),
+    VX_SHORT(dmColor, 0x800),
+    VX_SHORT(dmDuplex, 0x1000),
+    VX_SHORT(dmYResolution, 0x2000),
+    VX_SHORT(dmTTOption, 0x4000),
     VX_SHORT(dmCollate, 0x8000),
 };
 
@@ -66,26 +73,33 @@ bool copyName(const std::wstring& text, WCHAR (&member)[32]) {
 // It is read without a getter's protection, so a value that is no unsigned
 // number throws out of the mapping and nothing of it is stored.
 void readDriverVersion(const Json::Value& json, DEVMODEW& mode) {
-    const Json::UInt version = json.get("dmDriverVersion", Json::Value(static_cast<Json::UInt>(mode.dmDriverVersion))).asUInt();
+    const Json::Value current(static_cast<Json::UInt>(mode.dmDriverVersion));
+    const Json::UInt version = json.get("dmDriverVersion", current).asUInt();
     mode.dmDriverVersion = static_cast<WORD>(version & 0xFFFF);
 }
 
 // A key that is present sets its bit even when its value did not convert
-// and the member kept its value.
-void readNumbers(const Json::Value& json, DEVMODEW& mode, const std::wstring& formName) {
-    for (const ShortMember& row : kShortMembers) {
+// and the member kept its value; an absent key changes neither.
+template <class Row, size_t Count, class Read>
+void readMembers(const Json::Value& json, DEVMODEW& mode, const Row (&rows)[Count], Read read) {
+    for (const Row& row : rows) {
         if (!json.isMember(row.key)) continue;
-        short& member = row.member(mode);
-        member = static_cast<short>(getJsonInt(row.key, json, member) & 0xFFFF);
+        auto& member = row.member(mode);
+        member = read(row.key, member);
         mode.dmFields |= row.field;
     }
-    if (copyName(formName, mode.dmFormName)) mode.dmFields |= kFormNameField;
-    for (const LongMember& row : kLongMembers) {
-        if (!json.isMember(row.key)) continue;
-        DWORD& member = row.member(mode);
-        member = getJsonUInt(row.key, json, member);
-        mode.dmFields |= row.field;
-    }
+}
+
+// The signed members keep the low 16 bits of what the client sent.
+void readShortMembers(const Json::Value& json, DEVMODEW& mode) {
+    readMembers(json, mode, kShortMembers, [&](const char* key, short current) {
+        return static_cast<short>(getJsonInt(key, json, current) & 0xFFFF);
+    });
+}
+
+void readLongMembers(const Json::Value& json, DEVMODEW& mode) {
+    readMembers(json, mode, kLongMembers,
+                [&](const char* key, DWORD current) { return getJsonUInt(key, json, current); });
 }
 
 }  // namespace
@@ -101,7 +115,9 @@ void jsonToDevMode(const Json::Value& json, DEVMODEW* devMode) {
     copyName(getJsonWString("dmDeviceName", json, L""), devMode->dmDeviceName);
     devMode->dmSpecVersion = kSpecVersion;
     readDriverVersion(json, *devMode);
-    readNumbers(json, *devMode, getJsonWString("dmFormName", json, L""));
+    readShortMembers(json, *devMode);
+    if (copyName(getJsonWString("dmFormName", json, L""), devMode->dmFormName)) devMode->dmFields |= kFormNameField;
+    readLongMembers(json, *devMode);
     devMode->dmReserved1 = 0;
     devMode->dmReserved2 = 0;
     devMode->dmPanningWidth = 0;

@@ -76,8 +76,8 @@ std::wstring readProperty(IWbemClassObject* object, const std::wstring& printerN
     }
     std::wstring text;
     if (FAILED(VariantChangeType(&value, &value, 0, VT_BSTR))) {
-        VX_LOG_AS(fn, kLogError, kWithLastError, 4, "Requested printer property:%ls could not be converted to a string.",
-                  property.c_str());
+        VX_LOG_AS(fn, kLogError, kWithLastError, 4,
+                  "Requested printer property:%ls could not be converted to a string.", property.c_str());
     } else {
         text = value.bstrVal;
         VX_LOG_AS(fn, kLogNormal, kNoLastError, 2, "Found value:%ls for property:%ls of Printer:%ls", text.c_str(),

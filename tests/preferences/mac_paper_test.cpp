@@ -71,8 +71,9 @@ TEST_F(MacPaper, ASizeWithoutConstantGoesByItsDimensions) {
     EXPECT_EQ(mode.dmPaperLength, 1270);
     EXPECT_EQ(mode.dmFields, static_cast<DWORD>(DM_ORIENTATION | DM_COPIES | DM_PAPERWIDTH | DM_PAPERLENGTH));
     EXPECT_EQ(mode.dmPaperSize, DMPAPER_LETTER) << "the driver's paper size, and its bit, stay as they were";
-    expectLine("Didn't find Windows version constant for Mac paper size:na_index-3x5_3x5in. Going with dimensions:762x1270",
-               3, kError, kUpdate);
+    expectLine(
+        "Didn't find Windows version constant for Mac paper size:na_index-3x5_3x5in. Going with dimensions:762x1270", 3,
+        kError, kUpdate);
     expectLine("Set printer page size to Mac spec.", 2, kNormal, kAddPrinter);
 }
 
