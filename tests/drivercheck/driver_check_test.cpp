@@ -404,6 +404,15 @@ TEST_F(DriverCheck, BadUsageExitsWithTwoNamingTheOptionOrFile) {
     }
 }
 
+TEST_F(DriverCheck, HelpTellsEveryOption) {
+    const ProgramResult result = check("--help");
+    EXPECT_EQ(result.exitCode, 0);
+    for (const char* option : {"--host FILE", "--inf-dir DIR", "--installed NAME", "--mode N", "PRINTER.json | -",
+                               "--hardware-id ID", "--make-and-model T", "--device-id TEXT", "--os OS",
+                               "--driver-name NAME", "--compat-id ID", "--json", "--verbose"})
+        EXPECT_TRUE(holds(result.output, "\n  " + std::string(option))) << option;
+}
+
 TEST_F(DriverCheck, BadHostFileIsNamed) {
     const fs::path host = root_ / "bad.json";
     std::ofstream(host) << R"({"drives": {"C": "c"}, "drivez": []})";
