@@ -10,7 +10,6 @@
 #include <cctype>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 namespace fs = std::filesystem;
 
@@ -27,15 +26,12 @@ std::string lowered(std::string text) {
     return text;
 }
 
-Json::Value readHostFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) throw UsageError("cannot read the host file " + path);
-    Json::Value host;
-    std::string errors;
-    if (!Json::parseFromStream(Json::CharReaderBuilder(), in, &host, &errors))
-        throw UsageError("the host file " + path + " is not JSON: " + errors);
-    if (!host.isObject()) throw UsageError("the host file " + path + " does not hold a JSON object");
-    return host;
+Json::Value hostFileContent(const std::string& path) {
+    try {
+        return simhost::readHostFile(path);
+    } catch (const simhost::HostFileError& e) {
+        throw UsageError(e.what());
+    }
 }
 
 // Appends to a list of the description. A key of another kind is left as
@@ -123,7 +119,8 @@ TemporaryFolder::~TemporaryFolder() {
 }
 
 Json::Value checkHostDescription(const CheckOptions& options) {
-    Json::Value host = options.hostFile.empty() ? Json::Value(Json::objectValue) : readHostFile(options.hostFile);
+    Json::Value host =
+        options.hostFile.empty() ? Json::Value(Json::objectValue) : hostFileContent(options.hostFile);
     // The check opens no socket.
     host.removeMember("listeners");
     moveDrivesIntoBase(host);
