@@ -13,18 +13,6 @@ namespace simhost {
 
 namespace {
 
-Json::Value readJson(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) throw HostFileError("cannot read the host file " + path);
-    Json::CharReaderBuilder builder;
-    Json::Value value;
-    std::string errors;
-    if (!Json::parseFromStream(builder, in, &value, &errors))
-        throw HostFileError(path + " is not JSON: " + errors);
-    if (!value.isObject()) throw HostFileError(path + " does not hold a JSON object");
-    return value;
-}
-
 // Every key the host file may hold; anything else is a mistake worth saying.
 void checkKnownKeys(const Json::Value& host) {
     for (const std::string& key : host.getMemberNames())
@@ -40,6 +28,18 @@ void writeStateAtExit() { writeStateFileOrReport(stateFilePath); }
 
 const std::string& hostFileDirectory() { return sourceDirectory; }
 
+Json::Value readHostFile(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) throw HostFileError("cannot read the host file " + path);
+    Json::CharReaderBuilder builder;
+    Json::Value value;
+    std::string errors;
+    if (!Json::parseFromStream(builder, in, &value, &errors))
+        throw HostFileError(path + " is not JSON: " + errors);
+    if (!value.isObject()) throw HostFileError(path + " does not hold a JSON object");
+    return value;
+}
+
 void applyHostDescription(const Json::Value& host, const std::string& baseDirectory,
                           const std::string& hostFileFolder) {
     checkKnownKeys(host);
@@ -49,7 +49,7 @@ void applyHostDescription(const Json::Value& host, const std::string& baseDirect
 }
 
 void loadHostFile(const std::string& path) {
-    Json::Value host = readJson(path);
+    Json::Value host = readHostFile(path);
     const char* root = std::getenv("VEXOR_SIM_ROOT");
     std::string directory = std::filesystem::absolute(path).parent_path().string();
     applyHostDescription(host, root && *root ? root : directory, directory);

@@ -24,6 +24,10 @@ public:
 // process with a message on standard error and exit status 2.
 void prepareProcessFromEnvironment();
 
+// The JSON object a host file holds, its keys not yet checked. Throws
+// HostFileError when the file cannot be read or holds no JSON object.
+Json::Value readHostFile(const std::string& path);
+
 // Arranges the machine from a host file. Relative drive directories are
 // taken from VEXOR_SIM_ROOT if set, else from the host file's folder.
 void loadHostFile(const std::string& path);

@@ -1,6 +1,8 @@
 // The built programs as a user runs them: the service executable started on
 // the demonstration host under the simulated control manager, vexorctl
 // talking to it, SIGTERM stopping it, and the state and log files it leaves.
+#include "support/ProgramRun.h"
+
 #include <gtest/gtest.h>
 
 #include <json/json.h>
@@ -10,11 +12,9 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,30 +23,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct ProgramResult {
-    int exitCode = -1;
-    std::string output;
-};
-
-// Runs a shell command line and answers its exit code and standard output.
-ProgramResult runCommand(const std::string& commandLine) {
-    ProgramResult result;
-    FILE* pipe = popen(commandLine.c_str(), "r");
-    if (!pipe) return result;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.output.append(buffer, n);
-    int status = pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+using testsupport::ProgramResult;
+using testsupport::readFile;
+using testsupport::runCommand;
 
 class ServiceProcess : public ::testing::Test {
 protected:
