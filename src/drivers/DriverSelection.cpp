@@ -34,6 +34,21 @@ constexpr NameLines kMfgMdlLines = {"DRV_MATCH: MFG/MDL driver already installed
 constexpr NameLines kMakeModelLines = {"DRV_MATCH: make/model driver already installed (Name match):%ls",
                                        "DRV_MATCH: make/model driver just installed (Name match):%ls"};
 
+// The two runs over a list of ids: installed drivers only, then through the
+// catalogue. Each logs its attempt (the id) and its hit (the id, the driver).
+struct IdListRun {
+    bool useCompatibleIds;
+    const char* attempt;
+    uint32_t hitLevel;
+    const char* hit;
+};
+constexpr IdListRun kIdListRuns[] = {
+    {false, "Attempting match compatible hwid (%ls) without going into compatible ids", 4,
+     "DRV_MATCH:Matched compatible hwid:%ls to %ls"},
+    {true, "Attempting match compatible hwid (%ls) using locally compatible hwids", 2,
+     "Matched compatible hwid:%ls to locally compatible hwid:%ls"},
+};
+
 // A make-and-model string that names a series already gets no 'series'
 // forms. The test is case-sensitive: "SERIES" does not count.
 bool namesASeries(const std::string& text) {
@@ -205,26 +220,16 @@ private:
     // throws, and the request goes with it.
     void matchIdList(const Json::Value& ids, const char* tag) {
         LADDER_LOG(kLogNormal, 2, "Checking:%u compatible hwids", ids.size());
-        for (const Json::Value& id : ids) {
-            const std::wstring hwid = utf8ToWide(id.asString());
-            LADDER_LOG(kLogNormal, 2, "Attempting match compatible hwid (%ls) without going into compatible ids",
-                       hwid.c_str());
-            candidate_ = service_._matchDriverByHwid(hwid, false, detail_);
-            if (candidate_.empty()) continue;
-            choose(candidate_, tag, nullptr);
-            LADDER_LOG(kLogNormal, 4, "DRV_MATCH:Matched compatible hwid:%ls to %ls", hwid.c_str(), candidate_.c_str());
-            return;
-        }
-        for (const Json::Value& id : ids) {
-            const std::wstring hwid = utf8ToWide(id.asString());
-            LADDER_LOG(kLogNormal, 2, "Attempting match compatible hwid (%ls) using locally compatible hwids",
-                       hwid.c_str());
-            candidate_ = service_._matchDriverByHwid(hwid, true, detail_);
-            if (candidate_.empty()) continue;
-            choose(candidate_, tag, nullptr);
-            LADDER_LOG(kLogNormal, 2, "Matched compatible hwid:%ls to locally compatible hwid:%ls", hwid.c_str(),
-                       candidate_.c_str());
-            return;
+        for (const IdListRun& run : kIdListRuns) {
+            for (const Json::Value& id : ids) {
+                const std::wstring hwid = utf8ToWide(id.asString());
+                LADDER_LOG(kLogNormal, 2, run.attempt, hwid.c_str());
+                candidate_ = service_._matchDriverByHwid(hwid, run.useCompatibleIds, detail_);
+                if (candidate_.empty()) continue;
+                choose(candidate_, tag, nullptr);
+                LADDER_LOG(kLogNormal, run.hitLevel, run.hit, hwid.c_str(), candidate_.c_str());
+                return;
+            }
         }
     }
 

@@ -164,8 +164,9 @@ TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
     Json::Value started = stateNow();
     EXPECT_TRUE(tcpPorts(started).empty());
     EXPECT_TRUE(started["printers"].empty()) << started["printers"].toStyledString();
-    ASSERT_EQ(started["listeners"].size(), 1u);
+    ASSERT_EQ(started["listeners"].size(), 2u);
     EXPECT_EQ(started["listeners"][0].asString(), "127.0.1.20:9101");
+    EXPECT_EQ(started["listeners"][1].asString(), "127.0.1.20:9103");
 
     ProgramResult live = vexorctl(
         "--raw '{\"msg\":\"createPPort\",\"_msgUniqueId\":1,\"pPortName\":\"Vexor_127.0.1.20:9101\","

@@ -88,6 +88,13 @@ protected:
         }
         ASSERT_TRUE(client_.connect());
     }
+    // The most common host: the driver the Windows client names is
+    // installed, and the plugin's port is there.
+    void startWithTheAcmeDriver() {
+        install(kAcmeDriver);
+        connect();
+        addPluginPort();
+    }
     // The plugin's port, as a createPPort of this plugin left it. Added after
     // the start, whose forced reap would take it.
     static void addPluginPort() { testsupport::addRawTcpPort(L"Vexor_127.0.1.20:9101"); }
@@ -143,9 +150,7 @@ protected:
 // ---- Comment, location and record ----
 
 TEST_F(PrinterCreation, PrinterWithoutClientNameOrLocationGetsTheBareTexts) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     EXPECT_EQ(ask(windowsPrinter(), 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
     std::optional<spooler::SpoolerPrinter> printer = spooler::findPrinter(L"Office");
     ASSERT_TRUE(printer) << log().contents();
@@ -174,9 +179,7 @@ TEST_F(PrinterCreation, PrinterWithoutClientNameOrLocationGetsTheBareTexts) {
 }
 
 TEST_F(PrinterCreation, ClientNameAndLocationGoIntoCommentAndLocation) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["clientPCName"] = "PC-7";
     request["pLocation"] = "Second floor";
@@ -208,9 +211,7 @@ TEST_F(PrinterCreation, FallbackDriverMarksTheCommentAsClientRendered) {
 }
 
 TEST_F(PrinterCreation, OverrideAttributesReplaceTheDefaultsWhole) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["OAttributes"] = 2;
     request["Priority"] = 7;
@@ -230,9 +231,7 @@ TEST_F(PrinterCreation, OverrideAttributesReplaceTheDefaultsWhole) {
 // The spooler keeps a printer's status itself; the request's value goes into
 // the record the spooler is given and shows in the log alone.
 TEST_F(PrinterCreation, StatusIsMentionedInTheLogOnly) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["Status"] = 1;
     ASSERT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
@@ -305,9 +304,7 @@ TEST_F(PrinterCreation, ClashOnTheHandlingThreadTriesToReplaceTheStalePrinter) {
 // ---- Preferences and the default printer ----
 
 TEST_F(PrinterCreation, DeviceModeThatIsNoObjectLeavesThePaperToTheMediaKeys) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["pDevMode"] = "not an object";
     request["media"] = "iso_a4_210x297mm";
@@ -318,9 +315,7 @@ TEST_F(PrinterCreation, DeviceModeThatIsNoObjectLeavesThePaperToTheMediaKeys) {
 }
 
 TEST_F(PrinterCreation, DeviceModeObjectIsApplied) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["pDevMode"] = json(R"({"dmOrientation":2,"dmCopies":3})");
     ASSERT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
@@ -330,9 +325,7 @@ TEST_F(PrinterCreation, DeviceModeObjectIsApplied) {
 }
 
 TEST_F(PrinterCreation, PolicyZeroKeepsTheHostsDefaultPrinter) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["is_default"] = 1;
     ASSERT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
@@ -342,9 +335,7 @@ TEST_F(PrinterCreation, PolicyZeroKeepsTheHostsDefaultPrinter) {
 
 TEST_F(PrinterCreation, DefaultPrinterIsSetForTheSendersUserOnly) {
     setPolicy(L"vexor.enable_default_printer", 1);
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["is_default"] = 1;
     ASSERT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
@@ -356,9 +347,7 @@ TEST_F(PrinterCreation, DefaultPrinterIsSetForTheSendersUserOnly) {
 
 TEST_F(PrinterCreation, RefusedDefaultPrinterIsAWarningOfASuccess) {
     setPolicy(L"vexor.enable_default_printer", 1);
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     simhost::Host::get().faults().failCall("SetDefaultPrinterW", ERROR_ACCESS_DENIED, 1);
     Json::Value request = windowsPrinter();
     request["is_default"] = 1;
@@ -369,9 +358,7 @@ TEST_F(PrinterCreation, RefusedDefaultPrinterIsAWarningOfASuccess) {
 }
 
 TEST_F(PrinterCreation, SenderThatEndsBeforeThePreferencesStillGetsItsPrinter) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     simhost::Host::get().faults().blockCall("AddPrinterW");
     std::string reply;
     std::thread asking([&] { reply = ask(windowsPrinter(), 1); });
@@ -488,9 +475,7 @@ TEST_F(PrinterCreation, PortAndPrinterComeTogetherAndThePrintersReplyIsTheAnswer
 }
 
 TEST_F(PrinterCreation, ExistingPortStopsTheFirstStep) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     EXPECT_EQ(ask(windowsPrinter("createPrinterAndPort"), 1),
               testsupport::failureReply(1, "Printer Port already exists"));
     EXPECT_FALSE(log().contains("Step2:Adding printer"));
@@ -576,9 +561,7 @@ TEST_F(PrinterCreation, OverrideSettingsInTheCommentChooseTheDriver) {
 }
 
 TEST_F(PrinterCreation, OverrideSettingsInTheLocationNameThePrinterAndStandInItsLocation) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["printer-location"] = "{\"printerName\":\"Hall\"}";
     const std::string reply = ask(request, 1);
@@ -590,9 +573,7 @@ TEST_F(PrinterCreation, OverrideSettingsInTheLocationNameThePrinterAndStandInIts
 }
 
 TEST_F(PrinterCreation, SenderPidOfTheOverridesIsNotTheSenderThatCounts) {
-    install(kAcmeDriver);
-    connect();
-    addPluginPort();
+    startWithTheAcmeDriver();
     Json::Value request = windowsPrinter();
     request["pComment"] = "{\"_senderPID\":4}";
     EXPECT_EQ(ask(request, 1), expected(success(detailOf("Office", "Acme LaserBox 2000")), 1));
