@@ -4,14 +4,14 @@
 // sender's user, the client's preferences and default printer.
 //
 // Every line belongs to _addPrinter, whichever step logs it.
+#include "drivers/InstalledDrivers.h"
 #include "foundation/JsonGetters.h"
 #include "foundation/PolicySettings.h"
 #include "foundation/StaticLogger.h"
-#include "drivers/InstalledDrivers.h"
-#include "printers/PrinterRemoval.h"
-#include "printers/PrinterSecurity.h"
 #include "preferences/PrinterPreferences.h"
 #include "preferences/WmiPrinterProperties.h"
+#include "printers/PrinterRemoval.h"
+#include "printers/PrinterSecurity.h"
 #include "service/VexorPrintingService.h"
 
 #include <cstdint>
