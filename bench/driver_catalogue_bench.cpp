@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -111,9 +112,10 @@ struct Store {
 };
 
 Store makeStore(int scale) {
-    char pattern[] = "/tmp/vexor-catalogue-bench-XXXXXX";
+    std::string pattern = (fs::temp_directory_path() / "vexor-catalogue-bench-XXXXXX").string();
     Store store;
-    store.root = mkdtemp(pattern);
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary drive");
+    store.root = pattern;
     const fs::path drive(store.root);
     const fs::path repository = drive / "Windows/System32/DriverStore/FileRepository";
     const std::wstring repositoryPath = L"C:\\Windows\\System32\\DriverStore\\FileRepository\\";

@@ -27,6 +27,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -119,8 +120,9 @@ struct Machine {
 std::unique_ptr<Machine> arrange(const Shape& shape) {
     simhost::Host::get().reset();
     auto machine = std::make_unique<Machine>();
-    char pattern[] = "/tmp/vexor-selection-bench-XXXXXX";
-    machine->root = mkdtemp(pattern);
+    std::string pattern = (fs::temp_directory_path() / "vexor-selection-bench-XXXXXX").string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary drive");
+    machine->root = pattern;
     const fs::path drive(machine->root);
     fs::create_directories(drive / "ProgramData/Quillion/VexorAgent/logs");
     simhost::Host::get().mapDrive(L'C', machine->root);
