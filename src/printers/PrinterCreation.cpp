@@ -151,7 +151,8 @@ void VexorPrintingService::PrinterCreation::composeRecord() {
     if (!parameters_.empty()) printerInfo_.pParameters = &parameters_[0];
     printerInfo_.Attributes = getJsonUInt("OAttributes", request_, 0);
     if (printerInfo_.Attributes != 0)
-        CREATION_LOG(kLogNormal, kNoLastError, 2, "Using override attributes:%u", printerInfo_.Attributes);
+        CREATION_LOG(kLogNormal, kNoLastError, 2, "Using override attributes:%u",
+                     static_cast<unsigned>(printerInfo_.Attributes));
     else
         printerInfo_.Attributes = kDefaultAttributes;
     printerInfo_.Priority = getJsonUInt("Priority", request_, 0);
