@@ -14,6 +14,10 @@ struct InstallerState {
     std::mutex mutex;
     // By the driver name in lower case.
     std::map<std::wstring, InstallerBehaviour> behaviours;
+    // An installation that still hangs when the host is reset read its
+    // behaviour under the lock; taking it here orders that read before the
+    // map goes.
+    ~InstallerState() { std::lock_guard<std::mutex> hold(mutex); }
 };
 
 std::wstring lowerCase(std::wstring text) {
