@@ -19,8 +19,9 @@ std::unique_ptr<VexorPrintingService> makeServiceRecordingChannels(LogCapture& l
 class ServiceHarness {
 public:
     // Makes the log directory and the service object; the host's waits run
-    // at `timeScale` of real time.
-    explicit ServiceHarness(double timeScale = 1.0);
+    // at `timeScale` of real time. A tenth by default, so that the worker's
+    // one-second wait, which a stop sits out, costs a tenth of a second.
+    explicit ServiceHarness(double timeScale = 0.1);
     ~ServiceHarness();
 
     VexorPrintingService& service() { return *service_; }
