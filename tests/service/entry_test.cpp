@@ -3,8 +3,10 @@
 #include "simhost/advapi32/advapi32.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/module.h"
+#include "simhost/kernel32/objects.h"
 #include "simhost/kernel32/threads.h"
 #include "support/LogCapture.h"
+#include "support/ServiceTestAccess.h"
 #include "support/TestClient.h"
 
 #include <gtest/gtest.h>
@@ -238,8 +240,8 @@ TEST_F(DispatchedService, StopThatOutlastsTenSecondsIsReportedAsFailedAndRunning
 TEST_F(DispatchedService, ShutdownStopsTheCleanupThreadAndReportsStopped) {
     run();
     ASSERT_TRUE(waitForState(SERVICE_RUNNING));
-    ASSERT_TRUE(log_.waitFor("Printer cleanup thread started."));
     auto* service = static_cast<VexorPrintingService*>(theService);
+    ASSERT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupWakeEvent(*service)));
     // After a shutdown the dispatcher returns and the entry point destroys
     // the object, while the worker and socket threads go on until the
     // process ends. Here the process goes on, so the destruction is held at

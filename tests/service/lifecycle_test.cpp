@@ -72,6 +72,8 @@ TEST(ServiceLifecycle, StartServesAndStopEndsEveryThreadInOrder) {
     ASSERT_TRUE(client.connect());
     ASSERT_TRUE(client.send(std::string("{\"msg\":\"x\",\"_msgUniqueId\":1}") + '\0'));
     EXPECT_FALSE(client.receiveReply().empty());
+    // The stop wakes the cleanup thread only once it waits between passes.
+    ASSERT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupWakeEvent(harness.service())));
     ASSERT_TRUE(harness.stop());
     std::vector<std::string> messages = harness.log().messages();
     size_t start = indexOf(messages, "Vexor_PrintingService in OnStart");
@@ -174,7 +176,7 @@ TEST(ServiceLifecycle, ShutdownStopsOnlyTheCleanupThread) {
     ServiceHarness harness;
     testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
-    ASSERT_TRUE(harness.log().waitFor("Printer cleanup thread started."));
+    ASSERT_TRUE(simhost::waitUntilWaiting(ServiceTestAccess::cleanupWakeEvent(harness.service())));
     harness.service().OnShutdown();
     std::vector<std::string> messages = harness.log().messages();
     EXPECT_LT(indexOf(messages, "Vexor_PrintingService in OnShutdown()"),
