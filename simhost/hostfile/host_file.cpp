@@ -1,5 +1,7 @@
 #include "simhost/hostfile/host_file.h"
 
+#include "simhost/control/control_socket.h"
+
 #include "simhost/core/host.h"
 #include "simhost/hostfile/host_sections.h"
 
@@ -103,6 +105,16 @@ void prepareProcessFromEnvironment() {
         std::atexit(writeStateAtExit);
     }
     startControlSignalBridge(stateFilePath);
+    const char* controlSocket = std::getenv("VEXOR_SIM_CONTROL");
+    if (controlSocket && *controlSocket) {
+        try {
+            control::startControlSocket(controlSocket);
+        } catch (const std::exception& e) {
+            std::fprintf(stderr, "simulated host: cannot serve the control socket at %s: %s\n", controlSocket, e.what());
+            std::exit(2);
+        }
+        std::atexit(control::stopControlSocket);
+    }
 }
 
 }  // namespace simhost

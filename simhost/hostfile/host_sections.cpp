@@ -15,6 +15,7 @@
 #include "simhost/ws2_32/winsock.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -217,18 +218,43 @@ Json::Value describeProcesses() {
     return list;
 }
 
-// "tcpOwners": {"default": pid, "ports": {"50123": pid}}: who owns the client
-// end of a loopback connection made from outside the host.
+// A dotted address of the loopback network in network byte order, or none.
+std::optional<DWORD> loopbackAddress(const std::string& text) {
+    unsigned parts[4];
+    char rest = 0;
+    if (std::sscanf(text.c_str(), "%3u.%3u.%3u.%3u%c", &parts[0], &parts[1], &parts[2], &parts[3], &rest) != 4)
+        return std::nullopt;
+    if (parts[0] != 127 || parts[1] > 255 || parts[2] > 255 || parts[3] > 255) return std::nullopt;
+    return htonl((parts[0] << 24) | (parts[1] << 16) | (parts[2] << 8) | parts[3]);
+}
+
+// "tcpOwners": {"default": pid, "ports": {"50123": pid},
+// "addresses": {"127.0.2.2": pid}}: who owns the client end of a loopback
+// connection made from outside the host.
 void applyTcpOwners(const Json::Value& owners, const std::string&) {
     requireObject(owners, "\"tcpOwners\"");
+    requireKnownKeys(owners, {"default", "ports", "addresses"}, "\"tcpOwners\"");
     if (owners.isMember("default"))
         iphlpapi::setDefaultOutsideEndOwner(requireDword(owners["default"], "\"tcpOwners\" \"default\""));
-    if (!owners.isMember("ports")) return;
-    requireObject(owners["ports"], "\"tcpOwners\" \"ports\"");
-    for (const std::string& port : owners["ports"].getMemberNames()) {
-        DWORD number = static_cast<DWORD>(std::strtoul(port.c_str(), nullptr, 10));
-        if (number == 0 || number > 65535) throw HostFileError("port \"" + port + "\" must be from 1 to 65535");
-        iphlpapi::setOutsideEndOwner(static_cast<u_short>(number), requireDword(owners["ports"][port], "owner of port " + port));
+    if (owners.isMember("ports")) {
+        requireObject(owners["ports"], "\"tcpOwners\" \"ports\"");
+        for (const std::string& port : owners["ports"].getMemberNames()) {
+            DWORD number = static_cast<DWORD>(std::strtoul(port.c_str(), nullptr, 10));
+            if (number == 0 || number > 65535) throw HostFileError("port \"" + port + "\" must be from 1 to 65535");
+            iphlpapi::setOutsideEndOwner(static_cast<u_short>(number),
+                                         requireDword(owners["ports"][port], "owner of port " + port));
+        }
+    }
+    if (owners.isMember("addresses")) {
+        requireObject(owners["addresses"], "\"tcpOwners\" \"addresses\"");
+        for (const std::string& address : owners["addresses"].getMemberNames()) {
+            std::optional<DWORD> parsed = loopbackAddress(address);
+            if (!parsed)
+                throw HostFileError("address \"" + address +
+                                    "\" in \"tcpOwners\" must be a loopback address such as 127.0.2.2");
+            iphlpapi::setOutsideEndOwnerByAddress(
+                *parsed, requireDword(owners["addresses"][address], "owner of address " + address));
+        }
     }
 }
 

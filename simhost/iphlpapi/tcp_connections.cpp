@@ -24,6 +24,7 @@ using Endpoint = ws2_32::native::Endpoint;
 struct TcpArrangements {
     std::mutex mutex;
     std::map<u_short, DWORD> ownerByPort;
+    std::map<DWORD, DWORD> ownerByAddress;
     DWORD defaultOwner = 0;
     std::vector<TcpConnection> added;
 };
@@ -92,12 +93,15 @@ bool sameLocalEnd(const TcpConnection& a, const TcpConnection& b) {
     return a.localAddress == b.localAddress && a.localPort == b.localPort;
 }
 
-// The owner of a far end by the arranged rules; 0 for none.
-DWORD farEndOwner(u_short localPort) {
+// The owner of a far end by the arranged rules: its port's, else its
+// address's, else the default; 0 for none.
+DWORD farEndOwner(const TcpConnection& end) {
     TcpArrangements& arranged = arrangements();
     std::lock_guard<std::mutex> hold(arranged.mutex);
-    auto named = arranged.ownerByPort.find(localPort);
-    return named == arranged.ownerByPort.end() ? arranged.defaultOwner : named->second;
+    auto byPort = arranged.ownerByPort.find(end.localPort);
+    if (byPort != arranged.ownerByPort.end()) return byPort->second;
+    auto byAddress = arranged.ownerByAddress.find(end.localAddress);
+    return byAddress == arranged.ownerByAddress.end() ? arranged.defaultOwner : byAddress->second;
 }
 
 // Far ends that are sockets of the host already have their own row; the
@@ -108,7 +112,7 @@ void addOutsideEnds(std::vector<TcpConnection>& rows, const std::vector<TcpConne
         auto hostEnd = std::find_if(rows.begin(), rows.begin() + hostRows,
                                     [&](const TcpConnection& row) { return sameLocalEnd(row, end); });
         if (hostEnd != rows.begin() + hostRows) continue;
-        end.owningProcessId = farEndOwner(end.localPort);
+        end.owningProcessId = farEndOwner(end);
         if (end.owningProcessId != 0) rows.push_back(end);
     }
 }
@@ -122,6 +126,15 @@ void setOutsideEndOwner(u_short localPort, DWORD processId) {
         arranged.ownerByPort.erase(localPort);
     else
         arranged.ownerByPort[localPort] = processId;
+}
+
+void setOutsideEndOwnerByAddress(DWORD localAddress, DWORD processId) {
+    TcpArrangements& arranged = arrangements();
+    std::lock_guard<std::mutex> hold(arranged.mutex);
+    if (processId == 0)
+        arranged.ownerByAddress.erase(localAddress);
+    else
+        arranged.ownerByAddress[localAddress] = processId;
 }
 
 void setDefaultOutsideEndOwner(DWORD processId) {

@@ -12,8 +12,9 @@
 //   peer address of the host's socket. It is there while the host's end is
 //   established or has only shut down its own side; once the far end has
 //   closed or reset, it is gone. Its owner is the process a test or host
-//   file names for its local port, else the one named for every such end;
-//   with neither, the end has no owner and no row;
+//   file names for its local port, else the one named for its local
+//   address, else the one named for every such end; with none, the end has
+//   no owner and no row;
 // - rows added with addTcpConnection follow.
 // Closed host sockets leave no TIME_WAIT rows behind.
 #pragma once
@@ -39,6 +40,10 @@ struct TcpConnection {
 // The process that owns the far end of a loopback connection whose local
 // port is `localPort` (host byte order); 0 takes the rule away.
 void setOutsideEndOwner(u_short localPort, DWORD processId);
+// The process that owns the far ends whose local address is `localAddress`
+// (network byte order) and whose port no rule names; 0 takes the rule away.
+// Plugins of several sessions connect from addresses of their own.
+void setOutsideEndOwnerByAddress(DWORD localAddress, DWORD processId);
 // The process that owns every far end no rule above names; 0 for none.
 void setDefaultOutsideEndOwner(DWORD processId);
 // A row of the table that no socket of the host stands for.

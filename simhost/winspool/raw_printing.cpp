@@ -72,12 +72,13 @@ PrintOutcome printJob(const std::wstring& printerName, const std::vector<BYTE>& 
     job.data = bytes;
     Destination destination =
         withSpooler([&](SpoolerState& state) { return queueForPrinting(state, printerName, std::move(job)); });
-    if (!destination.failure.empty()) return {false, destination.jobId, destination.failure};
+    if (!destination.failure.empty()) return {false, destination.jobId, destination.failure, {}};
+    const std::string endpoint = destination.address + ":" + std::to_string(destination.portNumber);
     std::string failure = native::sendToRawPort(destination.address, static_cast<uint16_t>(destination.portNumber),
                                                 bytes, kSendTimeoutMilliseconds);
-    if (!failure.empty()) return {false, destination.jobId, failure};
+    if (!failure.empty()) return {false, destination.jobId, failure, endpoint};
     withSpooler([&](SpoolerState& state) { finishJob(state, destination.printer, destination.jobId); });
-    return {true, destination.jobId, {}};
+    return {true, destination.jobId, {}, endpoint};
 }
 
 }  // namespace winspool

@@ -159,6 +159,7 @@ struct PrintOutcome {
     bool delivered = false;
     DWORD jobId = 0;      // 0 when the job was not queued
     std::string failure;  // why it was not delivered
+    std::string endpoint;  // "address:port" the job went or was to go to; empty before
 };
 
 // Submits a job to a printer and prints it as the spooler would: to a RAW

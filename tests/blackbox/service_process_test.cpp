@@ -42,7 +42,20 @@ protected:
         fs::remove_all(root_);
     }
 
-    std::string hostFile() const { return std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/" + hostName_; }
+    std::string examplesHosts() const { return std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/"; }
+    // The example host file, or a copy of it in the run's folder with the
+    // test's additions when it has some.
+    std::string hostFile() const { return hostAdditions_.isNull() ? examplesHosts() + hostName_ : (root_ / "host.json").string(); }
+    void writeHostWithAdditions() const {
+        Json::Value host;
+        std::ifstream example(examplesHosts() + hostName_);
+        ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), example, &host, nullptr));
+        for (const std::string& key : hostAdditions_.getMemberNames()) host[key] = hostAdditions_[key];
+        // The copy's driver packages are still those beside the example.
+        for (const std::string& target : host["copyFiles"].getMemberNames())
+            host["copyFiles"][target] = examplesHosts() + host["copyFiles"][target].asString();
+        std::ofstream(root_ / "host.json") << host.toStyledString();
+    }
     std::string environment() const {
         return "VEXOR_SIM_HOST='" + hostFile() + "' VEXOR_SIM_ROOT='" + root_.string() + "' VEXOR_SIM_STATE='" +
                statePath().string() + "'";
@@ -67,6 +80,7 @@ protected:
     }
 
     void startService() {
+        if (!hostAdditions_.isNull()) writeHostWithAdditions();
         pid_ = fork();
         if (pid_ == 0) {
             setenv("VEXOR_SIM_HOST", hostFile().c_str(), 1);
@@ -100,6 +114,8 @@ protected:
     fs::path root_;
     // The host file of examples/hosts the service runs on.
     std::string hostName_ = "demo.json";
+    // Keys that replace the example's, or null.
+    Json::Value hostAdditions_;
     pid_t pid_ = -1;
 };
 
@@ -143,6 +159,8 @@ TEST_F(ServiceProcess, RunsUnderTheControlManagerAnswersAndStopsOnSigterm) {
 // listens survives vexorctl's departure, one whose plugin is gone is reaped;
 // the stop clears the rest.
 TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
+    hostAdditions_["listeners"].append("127.0.1.20:9101");
+    hostAdditions_["listeners"].append("127.0.1.20:9103");
     startService();
     ASSERT_TRUE(waitForLog("listen returned success")) << logText();
     auto stateNow = [&] {

@@ -2,6 +2,7 @@
 
 #include "foundation/ClassicJson.h"
 #include "foundation/TextConversion.h"
+#include "common/SelectionSteps.h"
 
 #include <iomanip>
 
@@ -9,29 +10,6 @@ namespace driver_check {
 
 namespace {
 
-// The step each value of the detail record's `from` stands for. Steps 7 and
-// 9 write the same value, and step 3 writes none.
-struct StepOfSource {
-    const char* from;
-    const char* step;
-};
-constexpr StepOfSource kStepsBySource[] = {
-    {"forcedClientRender", "step 1: forced client rendering, with the fallback driver"},
-    {"DriverName", "step 2: the driver the client asked for by name"},
-    {"HardCodedMakeAndModel", "step 4: a generic PostScript printer"},
-    {"compatHwid", "step 5, pass 1: the client's compatible ids"},
-    {"checksummedMakeAndModelHwid", "step 5, pass 2: checksummed make-and-model ids"},
-    {"makeAndModelHwid", "step 5, pass 3: make-and-model ids"},
-    {"MFG/MDLDriverName", "step 6: the device id's manufacturer and model as a driver name"},
-    {"checksummedSeriesMakeAndModelHwid", "step 8: checksummed make-and-model ids with 'series'"},
-    {"nothing", "step 10: the fallback driver"},
-};
-constexpr const char* kMakeAndModelNamesFrom = "make/model DriverName";
-constexpr const char* kMakeAndModelNamesStep = "step 7: make-and-model strings as driver names";
-constexpr const char* kSeriesNamesStep = "step 9: make-and-model strings with \" Series\" as driver names";
-constexpr const char* kClientIdStep = "step 3: the client's hardware id";
-constexpr const char* kDeviceIdStep = "step 3: the checksummed id of the client's device id";
-constexpr const char* kNoDriverStep = "step 11: no step found a driver";
 // Logged by step 8 alone, which runs only when step 7 found nothing.
 constexpr const char* kSeriesIdsLine = " make-and-model strings plus 'series' into:";
 
@@ -53,11 +31,6 @@ std::string compact(const Json::Value& value) {
     return text;
 }
 
-std::string matchedIdText(const Json::Value& detail) {
-    return detail["matchedHwid"].asString() +
-           (detail["matchedBus"].asBool() ? " (bus part compared)" : " (without its bus part)");
-}
-
 const Json::Value& detailOf(const SelectionOutcome& outcome) { return outcome.response["detail"]; }
 
 void printChoice(const SelectionOutcome& outcome, std::ostream& out) {
@@ -67,7 +40,7 @@ void printChoice(const SelectionOutcome& outcome, std::ostream& out) {
     else
         field(out, "Driver:", wideToUtf8(outcome.driver));
     field(out, "Decided by:", decidingStep(outcome));
-    if (detail.isMember("matchedHwid")) field(out, "Matched id:", matchedIdText(detail));
+    if (detail.isMember("matchedHwid")) field(out, "Matched id:", vexor_tools::matchedIdText(detail));
     // Steps 7 and 9 go on trying names after a hit; the record reports the last.
     const std::string picked = detail["driverNamePicked"].asString();
     if (!outcome.driver.empty() && picked != wideToUtf8(outcome.driver))
@@ -107,15 +80,7 @@ void printLog(const std::vector<SelectionLogLine>& log, std::ostream& out) {
 }  // namespace
 
 std::string decidingStep(const SelectionOutcome& outcome) {
-    const Json::Value& detail = detailOf(outcome);
-    if (outcome.driver.empty()) return kNoDriverStep;
-    // Step 3 leaves `from` alone; the id ladder under it writes `to`.
-    if (!detail.isMember("from")) return detail["hwid"] == "" ? kDeviceIdStep : kClientIdStep;
-    const std::string from = detail["from"].asString();
-    if (from == kMakeAndModelNamesFrom) return seriesIdsTried(outcome.log) ? kSeriesNamesStep : kMakeAndModelNamesStep;
-    for (const StepOfSource& source : kStepsBySource)
-        if (from == source.from) return source.step;
-    return "an unknown step (from \"" + from + "\")";
+    return vexor_tools::decidingStep(detailOf(outcome), !outcome.driver.empty(), seriesIdsTried(outcome.log));
 }
 
 void printReport(const SelectionOutcome& outcome, bool verbose, std::ostream& out) {

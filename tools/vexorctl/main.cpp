@@ -17,10 +17,10 @@
 
 namespace {
 
-enum ExitCode { kReplied = 0, kUsage = 1, kNothingListens = 2, kNoReply = 3, kClosedWithoutReply = 4 };
+enum ExitCode { kReplied = 0, kUsage = 1, kNothingListens = 2, kNoReply = 3, kClosedWithoutReply = 4, kCannotBind = 5 };
 
 const char* const kUsageText =
-    "usage: vexorctl [--raw] [--unchecked] [--timeout MS] [--address IP] [--port N] [JSON]\n"
+    "usage: vexorctl [--raw] [--unchecked] [--timeout MS] [--address IP] [--port N] [--from IP] [JSON]\n"
     "Sends one JSON command to the printing service and prints its reply.\n"
     "Without JSON on the command line, the command is read from standard input.\n"
     "  --raw        print the reply as it came, without its final NUL byte\n"
@@ -28,8 +28,10 @@ const char* const kUsageText =
     "  --timeout    how long to wait for the reply, in milliseconds (default 10000)\n"
     "  --address    the service's address (default 127.0.3.1)\n"
     "  --port       the service's port (default 5555)\n"
+    "  --from       connect from this local address (a loopback address such as 127.0.2.3)\n"
     "Exit status: 0 reply printed, 1 usage or bad JSON, 2 nothing listens,\n"
-    "3 no reply in time, 4 connection closed without a reply.\n";
+    "3 no reply in time, 4 connection closed without a reply, 5 cannot connect\n"
+    "from the --from address.\n";
 
 struct Options {
     bool raw = false;
@@ -37,6 +39,7 @@ struct Options {
     long timeoutMs = 10000;
     std::string address = "127.0.3.1";
     long port = 5555;
+    std::string fromAddress;
     std::string command;
     bool haveCommand = false;
 };
@@ -67,6 +70,9 @@ bool parseOptions(const std::vector<std::string>& arguments, Options& options) {
             options.address = value;
         } else if (argument == "--port") {
             if (!next(value) || !parseNumber(value, options.port) || options.port > 65535) return false;
+        } else if (argument == "--from") {
+            if (!next(value)) return false;
+            options.fromAddress = value;
         } else if (argument == "--help" || argument == "-h" || options.haveCommand) {
             return false;
         } else {
@@ -94,6 +100,15 @@ ExitCode exchange(const Options& options, std::string& reply) {
     service.sin_family = AF_INET;
     service.sin_addr.s_addr = inet_addr(options.address.c_str());
     service.sin_port = htons(static_cast<u_short>(options.port));
+    if (!options.fromAddress.empty()) {
+        sockaddr_in local = {};
+        local.sin_family = AF_INET;
+        local.sin_addr.s_addr = inet_addr(options.fromAddress.c_str());
+        if (bind(peer, reinterpret_cast<sockaddr*>(&local), sizeof local) == SOCKET_ERROR) {
+            closesocket(peer);
+            return kCannotBind;
+        }
+    }
     if (connect(peer, reinterpret_cast<sockaddr*>(&service), sizeof service) == SOCKET_ERROR) {
         closesocket(peer);
         return kNothingListens;
@@ -155,6 +170,9 @@ int run(const Options& options) {
             break;
         case kNothingListens:
             std::fprintf(stderr, "vexorctl: nothing listens on %s:%ld\n", options.address.c_str(), options.port);
+            break;
+        case kCannotBind:
+            std::fprintf(stderr, "vexorctl: cannot connect from %s\n", options.fromAddress.c_str());
             break;
         case kNoReply:
             std::fprintf(stderr, "vexorctl: no reply within %ld ms\n", options.timeoutMs);
