@@ -92,7 +92,7 @@ Json::Value refusal(const std::string& error) {
 
 Json::Value answer(int client) {
     std::string line, document;
-    if (!readRequestLine(client, line, document)) return refusal("no request line within 10 seconds");
+    if (!readRequestLine(client, line, document)) return refusal("no request line: send one JSON object ended by a new line");
     std::string errors;
     Json::Value request = parseLine(line, errors);
     if (!errors.empty()) return refusal("the request is not JSON: " + errors);

@@ -9,6 +9,7 @@
 #include "simhost/kernel32/threads.h"
 #include "simhost/ws2_32/winsock.h"
 
+#include "host_file_test_helpers.h"
 #include "kernel32_test_helpers.h"
 #include "support/TestClient.h"
 #include "ws2_32_test_helpers.h"
@@ -81,10 +82,10 @@ struct OutsideConnection {
     sockaddr_in peer = {};
     testsupport::TestClient client;
 
-    void open() {
+    void open(const char* fromAddress = nullptr) {
         listener = ws2_32_test::newListener();
         listening = localAddressOf(listener);
-        ASSERT_TRUE(client.connect(2000, ws2_32_test::kCommandAddress, ntohs(listening.sin_port)));
+        ASSERT_TRUE(client.connect(2000, ws2_32_test::kCommandAddress, ntohs(listening.sin_port), fromAddress));
         int length = sizeof peer;
         accepted = accept(listener, reinterpret_cast<sockaddr*>(&peer), &length);
         ASSERT_NE(accepted, INVALID_SOCKET);
@@ -273,6 +274,47 @@ TEST_F(TcpTable, TheOutsideEndIsOwnedByTheProcessNamedForItsPort) {
     EXPECT_EQ(clientRow->dwRemotePort, outside.listening.sin_port);
     simhost::iphlpapi::setOutsideEndOwner(ntohs(outside.peer.sin_port), 0);
     EXPECT_EQ(rowWithLocalEnd(readTable(), outside.peer)->dwOwningPid, 7u);
+}
+
+// Plugins of several sessions connect from addresses of their own; a rule
+// for the port still goes first.
+TEST_F(TcpTable, TheOutsideEndIsOwnedByTheProcessNamedForItsAddressUnlessItsPortIsNamed) {
+    OutsideConnection outside;
+    outside.open("127.0.2.3");
+    ASSERT_EQ(outside.peer.sin_addr.s_addr, inet_addr("127.0.2.3"));
+    simhost::iphlpapi::setDefaultOutsideEndOwner(7);
+    simhost::iphlpapi::setOutsideEndOwnerByAddress(inet_addr("127.0.2.3"), 5100);
+    simhost::iphlpapi::setOutsideEndOwnerByAddress(inet_addr("127.0.2.2"), 5000);
+    EXPECT_EQ(rowWithLocalEnd(readTable(), outside.peer)->dwOwningPid, 5100u);
+    simhost::iphlpapi::setOutsideEndOwner(ntohs(outside.peer.sin_port), kLoaderId);
+    EXPECT_EQ(rowWithLocalEnd(readTable(), outside.peer)->dwOwningPid, kLoaderId);
+    simhost::iphlpapi::setOutsideEndOwner(ntohs(outside.peer.sin_port), 0);
+    simhost::iphlpapi::setOutsideEndOwnerByAddress(inet_addr("127.0.2.3"), 0);
+    EXPECT_EQ(rowWithLocalEnd(readTable(), outside.peer)->dwOwningPid, 7u);
+}
+
+TEST_F(TcpTable, AHostFileNamesOwnersByAddress) {
+    ASSERT_EQ(hostfiletest::refusal(R"({"tcpOwners": {"default": 7, "addresses": {"127.0.2.3": 5100}}})"), "accepted");
+    OutsideConnection fromSessionThree;
+    fromSessionThree.open("127.0.2.3");
+    OutsideConnection fromElsewhere;
+    fromElsewhere.open();
+    std::vector<MIB_TCPROW_OWNER_PID> rows = readTable();
+    EXPECT_EQ(rowWithLocalEnd(rows, fromSessionThree.peer)->dwOwningPid, 5100u);
+    EXPECT_EQ(rowWithLocalEnd(rows, fromElsewhere.peer)->dwOwningPid, 7u);
+}
+
+TEST_F(TcpTable, AHostFileWithWrongOwnersIsRefusedByName) {
+    using hostfiletest::refusal;
+    EXPECT_EQ(refusal(R"({"tcpOwners": {"adresses": {}}})"), "unknown key \"adresses\" in \"tcpOwners\"");
+    EXPECT_EQ(refusal(R"({"tcpOwners": {"addresses": []}})"), "\"tcpOwners\" \"addresses\" must be an object");
+    for (const char* address : {"10.0.0.1", "127.0.2", "127.0.2.300", "127.0.2.3x", "host"})
+        EXPECT_EQ(refusal(std::string(R"({"tcpOwners": {"addresses": {")") + address + R"(": 5100}}})"),
+                  std::string("address \"") + address +
+                      "\" in \"tcpOwners\" must be a loopback address such as 127.0.2.2");
+    EXPECT_NE(refusal(R"({"tcpOwners": {"addresses": {"127.0.2.3": "5100"}}})").find("owner of address 127.0.2.3"),
+              std::string::npos);
+    EXPECT_EQ(refusal(R"({"tcpOwners": {"ports": {"0": 5100}}})"), "port \"0\" must be from 1 to 65535");
 }
 
 TEST_F(TcpTable, AnOutsideEndThatClosedIsGone) {
