@@ -1,7 +1,7 @@
 // The built programs as a user runs them: the service executable started on
 // the demonstration host under the simulated control manager, vexorctl
 // talking to it, SIGTERM stopping it, and the state and log files it leaves.
-#include "support/ProgramRun.h"
+#include "ServiceProcessFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -19,105 +19,9 @@
 #include <thread>
 #include <vector>
 
-namespace fs = std::filesystem;
-
 namespace {
 
-using testsupport::ProgramResult;
-using testsupport::readFile;
-using testsupport::runCommand;
-
-class ServiceProcess : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "vexor-blackbox-XXXXXX").string();
-        ASSERT_TRUE(mkdtemp(pattern.data()));
-        root_ = pattern;
-    }
-    void TearDown() override {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-        fs::remove_all(root_);
-    }
-
-    std::string examplesHosts() const { return std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/"; }
-    // The example host file, or a copy of it in the run's folder with the
-    // test's additions when it has some.
-    std::string hostFile() const { return hostAdditions_.isNull() ? examplesHosts() + hostName_ : (root_ / "host.json").string(); }
-    void writeHostWithAdditions() const {
-        Json::Value host;
-        std::ifstream example(examplesHosts() + hostName_);
-        ASSERT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), example, &host, nullptr));
-        for (const std::string& key : hostAdditions_.getMemberNames()) host[key] = hostAdditions_[key];
-        // The copy's driver packages are still those beside the example.
-        for (const std::string& target : host["copyFiles"].getMemberNames())
-            host["copyFiles"][target] = examplesHosts() + host["copyFiles"][target].asString();
-        std::ofstream(root_ / "host.json") << host.toStyledString();
-    }
-    std::string environment() const {
-        return "VEXOR_SIM_HOST='" + hostFile() + "' VEXOR_SIM_ROOT='" + root_.string() + "' VEXOR_SIM_STATE='" +
-               statePath().string() + "'";
-    }
-    fs::path statePath() const { return root_ / "state.json"; }
-    fs::path logDirectory() const { return root_ / "drive-c" / "ProgramData" / "Quillion" / "VexorAgent" / "logs"; }
-
-    std::string logText() const {
-        std::string text;
-        if (!fs::exists(logDirectory())) return text;
-        for (const auto& entry : fs::directory_iterator(logDirectory())) text += readFile(entry.path());
-        return text;
-    }
-
-    bool waitForLog(const std::string& text, int timeoutMs = 10000) const {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (logText().find(text) != std::string::npos) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        return false;
-    }
-
-    void startService() {
-        if (!hostAdditions_.isNull()) writeHostWithAdditions();
-        pid_ = fork();
-        if (pid_ == 0) {
-            setenv("VEXOR_SIM_HOST", hostFile().c_str(), 1);
-            setenv("VEXOR_SIM_ROOT", root_.c_str(), 1);
-            setenv("VEXOR_SIM_STATE", statePath().c_str(), 1);
-            execl(VEXOR_SERVICE_EXE, VEXOR_SERVICE_EXE, static_cast<char*>(nullptr));
-            _exit(127);
-        }
-    }
-
-    int stopService() {
-        kill(pid_, SIGTERM);
-        int status = 0;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    ProgramResult vexorctl(const std::string& arguments) const {
-        return runCommand(environment() + " '" VEXORCTL_EXE "' " + arguments + " 2>&1");
-    }
-
-    Json::Value readState() const {
-        Json::Value state;
-        std::ifstream stateFile(statePath());
-        std::string errors;
-        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stateFile, &state, &errors)) << errors;
-        return state;
-    }
-
-    fs::path root_;
-    // The host file of examples/hosts the service runs on.
-    std::string hostName_ = "demo.json";
-    // Keys that replace the example's, or null.
-    Json::Value hostAdditions_;
-    pid_t pid_ = -1;
-};
+using namespace blackbox;
 
 TEST_F(ServiceProcess, RunsUnderTheControlManagerAnswersAndStopsOnSigterm) {
     startService();
@@ -163,14 +67,6 @@ TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
     hostAdditions_["listeners"].append("127.0.1.20:9103");
     startService();
     ASSERT_TRUE(waitForLog("listen returned success")) << logText();
-    auto stateNow = [&] {
-        fs::remove(statePath());
-        kill(pid_, SIGUSR1);
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (!fs::exists(statePath()) && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        return readState();
-    };
     auto tcpPorts = [](const Json::Value& state) {
         std::vector<std::string> ports;
         for (const Json::Value& port : state["ports"])
@@ -179,7 +75,7 @@ TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
                                 port["portNumber"].asString());
         return ports;
     };
-    Json::Value started = stateNow();
+    Json::Value started = requestState();
     EXPECT_TRUE(tcpPorts(started).empty());
     EXPECT_TRUE(started["printers"].empty()) << started["printers"].toStyledString();
     ASSERT_EQ(started["listeners"].size(), 2u);
@@ -195,7 +91,7 @@ TEST_F(ServiceProcess, PortsComeAndGoInTheStateFileOnRequest) {
         "\"IP\":\"127.0.1.20\",\"port\":9102}'");
     EXPECT_EQ(gone.output, "{\"_msgUniqueId\":2,\"status\":\"success\"}\n");
     ASSERT_TRUE(waitForLog("Reaped abandoned Printer Port:Vexor_127.0.1.20:9102")) << logText();
-    EXPECT_EQ(tcpPorts(stateNow()), std::vector<std::string>{"Vexor_127.0.1.20:9101->127.0.1.20:9101"});
+    EXPECT_EQ(tcpPorts(requestState()), std::vector<std::string>{"Vexor_127.0.1.20:9101->127.0.1.20:9101"});
 
     EXPECT_EQ(stopService(), 0);
     EXPECT_TRUE(tcpPorts(readState()).empty());

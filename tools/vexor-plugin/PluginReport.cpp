@@ -14,6 +14,7 @@ constexpr int kLabelWidth = 13;
 std::string compact(const Json::Value& value) {
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "";
+    writer["emitUTF8"] = true;
     return Json::writeString(writer, value);
 }
 
@@ -61,7 +62,7 @@ bool PluginReport::reply(const std::string& text) {
     const bool parsed = Json::parseFromStream(builder, in, &reply, &errors) && reply.isObject();
     const bool created = parsed && reply["status"] == "success";
     if (json_) {
-        std::cout << text << std::endl;
+        std::cout << (parsed ? compact(reply) : text) << std::endl;
         return created;
     }
     if (!parsed) {
