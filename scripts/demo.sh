@@ -99,6 +99,7 @@ start_plugin() {
   sed 's/^/  /' "$run_dir/$name.log"
 }
 
+started_at=$SECONDS
 heading "Starting the service on the simulated host (drive C: is build/demo/drive-c)"
 "$service" &
 service_pid=$!
@@ -190,3 +191,4 @@ PY
 echo
 echo "Full log: build/demo/drive-c/ProgramData/Quillion/VexorAgent/logs   State file: build/demo/state.json"
 echo "Documents the plugins saved: build/demo/windows, build/demo/mac"
+echo "The demonstration ran for $((SECONDS - started_at)) s (the build aside)."
