@@ -156,6 +156,12 @@ TEST_F(ServiceProcess, VexorctlSaysWhenNothingListens) {
     EXPECT_EQ(result.output, "vexorctl: nothing listens on 127.0.3.1:5599\n");
 }
 
+TEST_F(ServiceProcess, VexorctlSaysWhenItCannotConnectFromTheAddressGiven) {
+    ProgramResult result = vexorctl("--from 192.0.2.1 '{\"msg\":\"x\"}'");
+    EXPECT_EQ(result.exitCode, 5);
+    EXPECT_EQ(result.output, "vexorctl: cannot connect from 192.0.2.1\n");
+}
+
 TEST_F(ServiceProcess, VexorctlRefusesTextThatIsNoJsonObject) {
     ProgramResult result = vexorctl("'[1,2]'");
     EXPECT_EQ(result.exitCode, 1);
