@@ -276,11 +276,13 @@ TEST(CommandSocketCapacity, SixtyThreeClientsAreAllServedAndTheLimitIsLoggedEach
     testsupport::admitLoopbackClientsAs(testsupport::kLoaderPid);
     harness.start();
     std::vector<std::unique_ptr<TestClient>> clients;
+    // One at a time: with its backlog of 3, a burst of connections would
+    // wait out the kernel's SYN retransmissions instead of the service.
     for (int i = 0; i < 63; ++i) {
         clients.push_back(std::make_unique<TestClient>());
         ASSERT_TRUE(clients.back()->connect());
+        ASSERT_TRUE(harness.log().waitFor("New TCP connection received", 5000, static_cast<size_t>(i + 1)));
     }
-    ASSERT_TRUE(harness.log().waitFor("New TCP connection received", 5000, 63));
     const std::string limit = "VexorPrintingService exceeded maximum number of sockets:64";
     ASSERT_TRUE(harness.log().waitFor(limit));
     for (int i = 0; i < 63; ++i) ASSERT_TRUE(clients[i]->send(request(100 + i)));
