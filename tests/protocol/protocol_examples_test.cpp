@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -44,6 +45,12 @@ constexpr const wchar_t* kInstalledDrivers[] = {L"Quillion Client Render XPS", L
 // included; this only bounds a test that goes wrong.
 constexpr int kReplyTimeoutMs = 10000;
 
+std::string hexEscape(unsigned char c) {
+    char text[8];
+    std::snprintf(text, sizeof text, "\\x%02x", c);
+    return text;
+}
+
 // Control bytes shown as escapes, so that a failure shows where two replies
 // differ.
 std::string visible(const std::string& bytes) {
@@ -51,7 +58,7 @@ std::string visible(const std::string& bytes) {
     for (unsigned char c : bytes) {
         if (c == '\n') shown += "\\n";
         else if (c == '\0') shown += "\\0";
-        else if (c < 0x20) shown += "\\x" + std::to_string(c);
+        else if (c < 0x20) shown += hexEscape(c);
         else shown += static_cast<char>(c);
     }
     return shown;
@@ -67,7 +74,8 @@ void arrangeHostBeforeStart(const testsupport::TempDrive& drive) {
     simhost::advapi32::setRegistryDword(HKEY_LOCAL_MACHINE, L"Software\\Policies\\Quillion\\Vexor\\vexor_admin",
                                         L"vexor.remote_printing_enabled", 2);
     testsupport::addTestDriver();
-    for (const wchar_t* driver : kInstalledDrivers) spooler::addDriver({driver, spooler::kLocalEnvironment, L"", L"", {}});
+    for (const wchar_t* driver : kInstalledDrivers)
+        spooler::addDriver({driver, spooler::kLocalEnvironment, L"", L"", {}});
     drive.makeDirectory("Windows\\INF");
     for (const char* inf : {"acme.inf", "brightline.inf"})
         std::filesystem::copy_file(std::string(VEXOR_SOURCE_DIR) + "/examples/hosts/inf/" + inf,
