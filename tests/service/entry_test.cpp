@@ -278,8 +278,11 @@ TEST_F(DispatchedService, FailedShutdownWritesItsEventLogsAndLeavesTheStatus) {
         return line.message.rfind("Service Shutdown Error:" + thrown + " Err:", 0) == 0 && line.level == 4 &&
                line.function == "CServiceBase::Shutdown" && line.channel == static_cast<int>(kLogError);
     })) << log_.contents();
-    simhost::Host::get().faults().releaseCall("Sleep");
     squatter.release();
+    simhost::Host::get().faults().releaseCall("Sleep");
+    // Stopped only once it serves: a stop while the worker is still between
+    // its retries would race the stop's own limit (100 ms at this scale).
+    ASSERT_TRUE(log_.waitFor("listen returned success"));
     stopAndWait();
 }
 
