@@ -37,7 +37,8 @@ std::string typeName(DWORD type) {
 }
 
 // One RegGetValueW with a buffer of `capacity` bytes (none for 0, none and
-// no size for ~0).
+// no size for ~0). `isText` tells whether the value stored is text, whose
+// sizes are told in characters; a size left as given is told so.
 void get(const std::string& topic, const wchar_t* value, DWORD flags, DWORD capacity, bool isText) {
     std::vector<BYTE> buffer(capacity && capacity != ~0u ? capacity : 1, 0xCC);
     DWORD type = 0xFFFF;
@@ -46,7 +47,7 @@ void get(const std::string& topic, const wchar_t* value, DWORD flags, DWORD capa
                                   capacity && capacity != ~0u ? buffer.data() : nullptr,
                                   capacity == ~0u ? nullptr : &size);
     std::string told = "status=" + number(status) + " type=" + (type == 0xFFFF ? "untouched" : typeName(type));
-    if (capacity != ~0u) told += " size=" + sizeText(size, isText);
+    if (capacity != ~0u) told += " size=" + (size == capacity && capacity ? "as-given" : sizeText(size, isText));
     if (status == ERROR_SUCCESS && capacity && capacity != ~0u && isText)
         told += " data=\"" + text(std::wstring(reinterpret_cast<const wchar_t*>(buffer.data()),
                                               size / sizeof(wchar_t)).c_str()) + "\"";
@@ -74,7 +75,7 @@ void probeRegistry() {
     get("REG_SZ as RRF_RT_REG_SZ", L"text", RRF_RT_REG_SZ, kTextBuffer, true);
     get("REG_SZ size-query", L"text", RRF_RT_REG_SZ, 0, true);
     get("REG_SZ short-buffer", L"text", RRF_RT_REG_SZ, 4 * sizeof(wchar_t), true);
-    get("REG_SZ as RRF_RT_REG_DWORD", L"text", RRF_RT_REG_DWORD, sizeof(DWORD), false);
+    get("REG_SZ as RRF_RT_REG_DWORD", L"text", RRF_RT_REG_DWORD, sizeof(DWORD), true);
     get("REG_SZ as RRF_RT_REG_MULTI_SZ", L"text", RRF_RT_REG_MULTI_SZ, kTextBuffer, true);
     get("REG_SZ as RRF_RT_ANY", L"text", RRF_RT_ANY, kTextBuffer, true);
     get("REG_SZ no-type-flag", L"text", 0, kTextBuffer, true);
@@ -90,7 +91,7 @@ void probeRegistry() {
     get("REG_DWORD as RRF_RT_REG_DWORD", L"number", RRF_RT_REG_DWORD, sizeof(DWORD), false);
     get("REG_DWORD as RRF_RT_DWORD", L"number", RRF_RT_DWORD, sizeof(DWORD), false);
     get("REG_DWORD short-buffer", L"number", RRF_RT_REG_DWORD, 2, false);
-    get("REG_DWORD as RRF_RT_REG_SZ", L"number", RRF_RT_REG_SZ, kTextBuffer, true);
+    get("REG_DWORD as RRF_RT_REG_SZ", L"number", RRF_RT_REG_SZ, kTextBuffer, false);
     get("REG_DWORD as RRF_RT_REG_QWORD", L"number", RRF_RT_REG_QWORD, 8, false);
     get("missing value", L"absent", RRF_RT_ANY, kTextBuffer, true);
 
