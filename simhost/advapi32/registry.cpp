@@ -372,7 +372,14 @@ LSTATUS getValue(HKEY key, LPCWSTR subKey, LPCWSTR valueName, DWORD flags, LPDWO
         const RegistryValueEntry* stored = source.key->findValue(textOf(valueName));
         if (!stored) return ERROR_FILE_NOT_FOUND;
         DeliveredValue value = deliveredForm(*stored, flags);
-        if (LSTATUS mismatch = checkTypeFilter(value, flags)) return mismatch;
+        if (LSTATUS mismatch = checkTypeFilter(value, flags)) {
+            // pdwType receives the type of the data stored and pcbData its
+            // size; a type the flags refuse changes neither, only the
+            // buffer stays unwritten.
+            if (type) *type = value.type;
+            if (size) *size = static_cast<DWORD>(value.data.size());
+            return mismatch;
+        }
         return deliverData(value, type, static_cast<BYTE*>(data), size);
     });
 }

@@ -102,6 +102,27 @@ TEST_F(Advapi32Registry, DwordFilterRefusesAStringWithUnsupportedType) {
     EXPECT_EQ(ERROR_UNSUPPORTED_TYPE, 1630);
 }
 
+TEST_F(Advapi32Registry, RefusedTypeStillReportsTheStoredTypeAndSize) {
+    setRegistryString(HKEY_LOCAL_MACHINE, kAgentKey, L"text", L"plain text");
+    DWORD type = 0xFFFF;
+    DWORD value = 0xCCCCCCCC;
+    DWORD size = sizeof value;
+    EXPECT_EQ(RegGetValueW(HKEY_LOCAL_MACHINE, kAgentKey.c_str(), L"text", RRF_RT_REG_DWORD, &type, &value, &size),
+              ERROR_UNSUPPORTED_TYPE);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
+    EXPECT_EQ(size, 11 * sizeof(WCHAR));
+    EXPECT_EQ(value, 0xCCCCCCCCu);
+
+    setRegistryExpandString(HKEY_LOCAL_MACHINE, kAgentKey, L"expand", L"%UNDEFINED%\\tail");
+    type = 0xFFFF;
+    size = 0;
+    EXPECT_EQ(RegGetValueW(HKEY_LOCAL_MACHINE, kAgentKey.c_str(), L"expand", RRF_RT_REG_SZ | RRF_NOEXPAND, &type,
+                           nullptr, &size),
+              ERROR_UNSUPPORTED_TYPE);
+    EXPECT_EQ(type, static_cast<DWORD>(REG_EXPAND_SZ));
+    EXPECT_EQ(size, 17 * sizeof(WCHAR));
+}
+
 TEST_F(Advapi32Registry, DwordFilterReadsADword) {
     setRegistryDword(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\Vexor_Printing",
                      L"DisableBracketCheck", 5);
