@@ -32,7 +32,7 @@ if $quick; then
   run command_load_printers "$bench/command_load" printers 1 2
   run driver_selection "$bench/driver_selection_bench" --smoke
   gb_time=(--benchmark_min_time=0.01)
-  catalogue_filter='/1$'
+  catalogue_filter='/1/'
 else
   run command_load "$bench/command_load" 8 500
   run command_load_ports "$bench/command_load" ports 1000

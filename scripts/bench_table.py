@@ -12,7 +12,7 @@ rows = []
 
 def row(figure, value, unit, reference, reference_value):
     ratio = value / reference_value if reference_value else float("nan")
-    rows.append((figure, "%.1f %s" % (value, unit), reference, "%.1f %s" % (reference_value, unit), "%.2f" % ratio))
+    rows.append((figure, "%.4g %s" % (value, unit), reference, "%.4g %s" % (reference_value, unit), "%.3g" % ratio))
 
 
 def text(name):

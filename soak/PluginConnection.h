@@ -3,6 +3,8 @@
 // plugin's are outside the service's process.
 #pragma once
 
+#include "common/Sockets.h"
+
 #include <cstdint>
 #include <string>
 
@@ -10,17 +12,12 @@ namespace soak {
 
 class PluginConnection {
 public:
-    PluginConnection() = default;
-    ~PluginConnection() { leave(); }
-    PluginConnection(const PluginConnection&) = delete;
-    PluginConnection& operator=(const PluginConnection&) = delete;
-
     // Listens at 127.0.1.20:`port` and connects to the service from
     // `fromAddress`. False, with nothing left open, when either fails.
     bool join(uint16_t port, const std::string& fromAddress);
     // Closes the listener and the connection, as a plugin that goes away.
     void leave();
-    bool joined() const { return connection_ >= 0; }
+    bool joined() const { return connection_.valid(); }
     uint16_t port() const { return port_; }
 
     // Sends one message with its NUL and reads one reply up to its NUL
@@ -33,8 +30,8 @@ public:
     long receiveJob(int timeoutMs);
 
 private:
-    int listener_ = -1;
-    int connection_ = -1;
+    vexor_tools::Descriptor listener_;
+    vexor_tools::Descriptor connection_;
     uint16_t port_ = 0;
 };
 

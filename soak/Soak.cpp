@@ -253,6 +253,7 @@ SoakReport runSoak(const SoakOptions& options) {
     report.before = hostCounters();
     const std::string drive = startService();
     report.bytesPerToken = bytesPerOpenToken(4000);
+    const size_t lookupsBefore = tokensOpenedForLookups();
     Shared shared(options, report);
     std::vector<std::unique_ptr<Plugin>> plugins;
     for (int i = 0; i < options.plugins; ++i) plugins.push_back(std::make_unique<Plugin>(i, options.seed, shared));
@@ -275,11 +276,10 @@ SoakReport runSoak(const SoakOptions& options) {
     checkAfterTheLastReap({}, shared);
     last.leave();
     for (const auto& entry : spoolerView().printerPorts) shared.fail("printer " + entry.first + " is left after all left");
-    report.reapPasses = logLinesEndingWith(drive, "Finished Reaping") + logLinesEndingWith(drive, "_reapPrinters()");
     stopService();
     report.after = hostCounters();
     // The design leaves the token of every session lookup open.
-    report.sessionLookups = logLinesEndingWith(drive, "SessionSIDCreate()");
+    report.sessionLookups = tokensOpenedForLookups() - lookupsBefore;
     Counters expected = report.before;
     expected["token handles"] += report.sessionLookups;
     expected["kernel handles"] += report.sessionLookups;

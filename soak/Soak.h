@@ -30,7 +30,6 @@ struct SoakReport {
     std::vector<size_t> openTokens;
     double bytesPerToken = 0;
     Counters before, after;
-    size_t reapPasses = 0;
     std::vector<std::string> failures;
 };
 

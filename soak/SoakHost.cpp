@@ -131,6 +131,11 @@ double bytesPerOpenToken(int samples) {
 
 size_t openTokenHandles() { return simhost::advapi32::openTokenHandleCount(); }
 
+size_t tokensOpenedForLookups() {
+    const simhost::Faults& calls = simhost::Host::get().faults();
+    return calls.callCount("OpenProcessToken") - calls.callCount("DuplicateTokenEx");
+}
+
 Counters hostCounters() {
     using simhost::kernel32::Allocator;
     using simhost::kernel32::liveBlockCount;
@@ -149,17 +154,6 @@ Counters hostCounters() {
         {"COM task memory blocks", liveBlockCount(Allocator::CoTaskMem)},
         {"BSTRs", liveBlockCount(Allocator::SysString)},
     };
-}
-
-size_t logLinesEndingWith(const std::string& drive, const std::string& text) {
-    size_t count = 0;
-    const std::filesystem::path logs = std::filesystem::path(drive) / "ProgramData" / "Quillion" / "VexorAgent" / "logs";
-    for (const auto& entry : std::filesystem::directory_iterator(logs)) {
-        std::ifstream file(entry.path());
-        for (std::string line; std::getline(file, line);)
-            if (line.size() >= text.size() && line.compare(line.size() - text.size(), text.size(), text) == 0) ++count;
-    }
-    return count;
 }
 
 }  // namespace soak

@@ -117,24 +117,25 @@ void addOutsideEnds(std::vector<TcpConnection>& rows, const std::vector<TcpConne
     }
 }
 
+// Names the owner of the far ends a rule's key picks; 0 takes the rule away.
+template <typename Key>
+void setOwnerRule(std::map<Key, DWORD> TcpArrangements::*rules, Key key, DWORD processId) {
+    TcpArrangements& arranged = arrangements();
+    std::lock_guard<std::mutex> hold(arranged.mutex);
+    if (processId == 0)
+        (arranged.*rules).erase(key);
+    else
+        (arranged.*rules)[key] = processId;
+}
+
 }  // namespace
 
 void setOutsideEndOwner(u_short localPort, DWORD processId) {
-    TcpArrangements& arranged = arrangements();
-    std::lock_guard<std::mutex> hold(arranged.mutex);
-    if (processId == 0)
-        arranged.ownerByPort.erase(localPort);
-    else
-        arranged.ownerByPort[localPort] = processId;
+    setOwnerRule(&TcpArrangements::ownerByPort, localPort, processId);
 }
 
 void setOutsideEndOwnerByAddress(DWORD localAddress, DWORD processId) {
-    TcpArrangements& arranged = arrangements();
-    std::lock_guard<std::mutex> hold(arranged.mutex);
-    if (processId == 0)
-        arranged.ownerByAddress.erase(localAddress);
-    else
-        arranged.ownerByAddress[localAddress] = processId;
+    setOwnerRule(&TcpArrangements::ownerByAddress, localAddress, processId);
 }
 
 void setDefaultOutsideEndOwner(DWORD processId) {

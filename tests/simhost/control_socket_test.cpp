@@ -6,8 +6,7 @@
 
 #include "control_socket_client.h"
 #include "support/TempDrive.h"
-#include "winspool_linux_listener.h"
-#include "winspool_test_helpers.h"
+#include "winspool_printing_fixture.h"
 
 #include <sys/stat.h>
 
@@ -20,8 +19,6 @@ namespace control = simhost::control;
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int kWaitMilliseconds = 5000;
 
 Json::Value parse(const std::string& text) {
     Json::Value value;
@@ -42,30 +39,18 @@ std::string refusalOf(const std::string& request, const std::string& document = 
     return reply["error"].asString();
 }
 
-class ControlSocket : public Spooler {
+class ControlSocket : public SpoolerPrinting {
 protected:
     void SetUp() override {
-        Spooler::SetUp();
-        installDriver();
-        listener_ = linux_listener::listenOn("127.0.1.20");
-        ASSERT_GE(listener_.descriptor, 0);
-        addRawPort(L"Vexor_Listener", L"127.0.1.20", listener_.port);
-        addPrinterOn(L"Office Local", L"Vexor_Listener");
+        SpoolerPrinting::SetUp();
         path_ = (fs::path(folder_.root()) / "control.sock").string();
     }
     void TearDown() override {
         control::stopControlSocket();
-        if (listener_.descriptor >= 0) linux_listener::close(listener_);
-        Spooler::TearDown();
-    }
-
-    std::future<std::vector<unsigned char>> receive() {
-        return std::async(std::launch::async,
-                          [this] { return linux_listener::receiveOneConnection(listener_, kWaitMilliseconds); });
+        SpoolerPrinting::TearDown();
     }
 
     testsupport::TempDrive folder_;
-    linux_listener::Listener listener_;
     std::string path_;
 };
 
@@ -74,39 +59,39 @@ TEST_F(ControlSocket, PrintRequestReachesThePrintersListenerByteForByte) {
     auto received = receive();
     const std::string document("%!PS\n\0\xff page", 13);
     Json::Value reply = parse(control_test::exchange(
-        path_, R"({"op":"print","printer":"office local","document":"report.ps","size":13})" "\n" + document));
+        path_, R"({"op":"print","printer":"local redirected","document":"report.ps","size":13})" "\n" + document));
     const std::string endpoint = "127.0.1.20:" + std::to_string(listener_.port);
     EXPECT_EQ(compact(reply), R"({"bytes":13,"job":)" + std::to_string(reply["job"].asUInt()) +
-                                  R"(,"ok":true,"printer":"office local","sentTo":")" + endpoint + "\"}");
+                                  R"(,"ok":true,"printer":"local redirected","sentTo":")" + endpoint + "\"}");
     EXPECT_NE(reply["job"].asUInt(), 0u);
     EXPECT_EQ(received.get(), std::vector<unsigned char>(document.begin(), document.end()));
-    EXPECT_TRUE(simhost::winspool::findPrinter(L"Office Local")->jobs.empty());
+    EXPECT_TRUE(simhost::winspool::findPrinter(L"Local Redirected")->jobs.empty());
 }
 
 TEST_F(ControlSocket, PrinterWhoseListenerHasGoneKeepsTheJobAndSaysWhere) {
     linux_listener::close(listener_);
     const std::string endpoint = "127.0.1.20:" + std::to_string(listener_.port);
     listener_.descriptor = -1;
-    Json::Value reply = control::answerControlRequest(parse(R"({"op":"print","printer":"Office Local","size":3})"), "abc");
+    Json::Value reply = control::answerControlRequest(parse(R"({"op":"print","printer":"Local Redirected","size":3})"), "abc");
     EXPECT_FALSE(reply["ok"].asBool());
     EXPECT_NE(reply["error"].asString().find("connect"), std::string::npos) << compact(reply);
     EXPECT_EQ(reply["sentTo"].asString(), endpoint);
-    ASSERT_EQ(simhost::winspool::findPrinter(L"Office Local")->jobs.size(), 1u);
-    EXPECT_EQ(simhost::winspool::findPrinter(L"Office Local")->jobs[0].id, reply["job"].asUInt());
-    EXPECT_EQ(simhost::winspool::findPrinter(L"Office Local")->jobs[0].document, L"Document");
+    ASSERT_EQ(simhost::winspool::findPrinter(L"Local Redirected")->jobs.size(), 1u);
+    EXPECT_EQ(simhost::winspool::findPrinter(L"Local Redirected")->jobs[0].id, reply["job"].asUInt());
+    EXPECT_EQ(simhost::winspool::findPrinter(L"Local Redirected")->jobs[0].document, L"Document");
 }
 
 TEST_F(ControlSocket, WrongRequestsAreRefusedNamingWhatIsWrong) {
     EXPECT_EQ(refusalOf(R"({"op":"print","printer":"Nobody"})"), "no printer \"Nobody\"");
     EXPECT_EQ(refusalOf(R"([1])"), "a request must be a JSON object");
-    EXPECT_EQ(refusalOf(R"({"printer":"Office Local"})"), "a request must name its \"op\"");
+    EXPECT_EQ(refusalOf(R"({"printer":"Local Redirected"})"), "a request must name its \"op\"");
     EXPECT_EQ(refusalOf(R"({"op":"scan"})"), "unknown op \"scan\"");
-    EXPECT_EQ(refusalOf(R"({"op":"print","printer":"Office Local","copies":2})"),
+    EXPECT_EQ(refusalOf(R"({"op":"print","printer":"Local Redirected","copies":2})"),
               "unknown key \"copies\" in a print request");
     EXPECT_EQ(refusalOf(R"({"op":"print"})"), "\"printer\" must name a printer");
     EXPECT_EQ(refusalOf(R"({"op":"print","printer":""})"), "\"printer\" must name a printer");
     EXPECT_EQ(refusalOf(R"({"op":"print","printer":7})"), "\"printer\" must name a printer");
-    EXPECT_EQ(refusalOf(R"({"op":"print","printer":"Office Local","document":1})"), "\"document\" must be a text");
+    EXPECT_EQ(refusalOf(R"({"op":"print","printer":"Local Redirected","document":1})"), "\"document\" must be a text");
     const std::string sizeRule = "\"size\" must be a number of bytes from 0 to 67108864";
     for (const char* size : {"-1", "\"5\"", "67108865", "1.5"}) {
         size_t announced = 0;
@@ -115,14 +100,14 @@ TEST_F(ControlSocket, WrongRequestsAreRefusedNamingWhatIsWrong) {
             << size;
         EXPECT_EQ(error, sizeRule);
     }
-    EXPECT_TRUE(simhost::winspool::findPrinter(L"Office Local")->jobs.empty());
+    EXPECT_TRUE(simhost::winspool::findPrinter(L"Local Redirected")->jobs.empty());
 }
 
 TEST_F(ControlSocket, BrokenConversationsAreRefusedOverTheSocket) {
     control::startControlSocket(path_);
     EXPECT_EQ(parse(control_test::exchange(path_, "print please\n"))["error"].asString().rfind("the request is not JSON: ", 0),
               0u);
-    EXPECT_EQ(compact(parse(control_test::exchange(path_, R"({"op":"print","printer":"Office Local","size":10})" "\nabc"))),
+    EXPECT_EQ(compact(parse(control_test::exchange(path_, R"({"op":"print","printer":"Local Redirected","size":10})" "\nabc"))),
               R"({"error":"the document ended before its \"size\" bytes","ok":false})");
     EXPECT_EQ(compact(parse(control_test::exchange(path_, R"({"op":"print","size":-4})" "\n"))),
               R"({"error":"\"size\" must be a number of bytes from 0 to 67108864","ok":false})");

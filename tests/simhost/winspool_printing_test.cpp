@@ -1,41 +1,13 @@
 // Printing for real: a job printed through a printer on a RAW TCP/IP port
 // reaches a listener on loopback byte for byte; jobs that cannot go stay
 // queued. And the default printer of each user.
-#include "winspool_linux_listener.h"
-#include "winspool_test_helpers.h"
-
-#include <future>
+#include "winspool_printing_fixture.h"
 
 using namespace winspool_test;
 using simhost::winspool::findPrinter;
 using simhost::winspool::printJob;
 
 namespace {
-
-constexpr int kWaitMilliseconds = 5000;
-
-class SpoolerPrinting : public Spooler {
-protected:
-    void SetUp() override {
-        Spooler::SetUp();
-        installDriver();
-        listener_ = linux_listener::listenOn("127.0.1.20");
-        ASSERT_GE(listener_.descriptor, 0);
-        addRawPort(L"VexorPort_Listener", L"127.0.1.20", listener_.port);
-        addPrinterOn(L"Local Redirected", L"VexorPort_Listener");
-    }
-    void TearDown() override {
-        linux_listener::close(listener_);
-        Spooler::TearDown();
-    }
-
-    std::future<std::vector<unsigned char>> receive() {
-        return std::async(std::launch::async,
-                          [this] { return linux_listener::receiveOneConnection(listener_, kWaitMilliseconds); });
-    }
-
-    linux_listener::Listener listener_;
-};
 
 std::vector<BYTE> documentBytes(size_t size) {
     std::vector<BYTE> bytes(size);

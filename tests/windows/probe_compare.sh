@@ -35,57 +35,20 @@ done_line='vexor-probe: done'
 work_dir=""
 failure=""
 
-fail() {
-  failure="$*"
-  exit 1
-}
-
-step() { printf '\n== %s\n' "$*"; }
-
-wine_run() { timeout 120 wine "$@" 2>>"$work_dir/wine-stderr.txt"; }
+source tests/windows/wine_prefix.sh
 
 finish() {
   local status=$?
-  if [ -n "$work_dir" ]; then
-    if [ "$status" -ne 0 ] && [ -s "$work_dir/wine-stderr.txt" ] && [ -z "${known_checked:-}" ]; then
-      step "Last messages of Wine on stderr"
-      tail -n 20 "$work_dir/wine-stderr.txt"
-    fi
-    if [ "${WINEPREFIX:-}" = "$work_dir/prefix" ]; then
-      timeout 60 wineserver -k 2>/dev/null || true
-      timeout 60 wineserver -w 2>/dev/null || true
-    fi
-    rm -rf "$work_dir"
-  fi
-  if [ "$status" -eq 0 ]; then
-    printf '\nprobe_compare: passed in %d s\n' "$SECONDS"
-  else
-    printf '\nprobe_compare: FAILED: %s (after %d s)\n' "${failure:-unexpected error, status $status}" "$SECONDS" >&2
-  fi
+  if [ -n "${known_checked:-}" ]; then end_prefix "$status" no; else end_prefix "$status"; fi
+  report_end probe_compare "$status"
 }
 trap finish EXIT
 
 check_prerequisites() {
-  local tool
-  for tool in wine wineboot wineserver diff cmp sed timeout realpath; do
-    command -v "$tool" >/dev/null || fail "$tool is missing: run scripts/setup-wine.sh"
-  done
+  require_tools diff cmp sed
   [ -f "$windows_probe" ] || fail "no $windows_probe: build the mingw preset first"
   [ -x "$linux_probe" ] || fail "no $linux_probe: build the default preset first"
   [ -f "$known_file" ] || fail "no $known_file"
-}
-
-# A fresh 64-bit prefix, made without a display and without the .NET and
-# HTML engine installers, as the smoke test makes it.
-make_prefix() {
-  work_dir="$(mktemp -d)"
-  export WINEPREFIX="$work_dir/prefix" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-  unset DISPLAY WAYLAND_DISPLAY
-  step "Making a Wine prefix"
-  timeout 300 wineboot --init 2>>"$work_dir/wine-stderr.txt" || fail "wineboot --init"
-  timeout 300 wineserver -w || fail "wineserver -w after wineboot"
-  wineserver -p || fail "starting a persistent wineserver"
-  wine --version
 }
 
 # The probe's output, without carriage returns; it must end with its last line.

@@ -59,16 +59,7 @@ work_dir=""
 log_file=""
 failure=""
 
-fail() {
-  failure="$*"
-  exit 1
-}
-
-step() { printf '\n== %s\n' "$*"; }
-
-# Every Wine program gets a time limit, so that a hang fails the test rather
-# than holding it; their messages on stderr are kept for a failure report.
-wine_run() { timeout 120 wine "$@" 2>>"$work_dir/wine-stderr.txt"; }
+source tests/windows/wine_prefix.sh
 
 # A Windows program's output, without the carriage returns of its line ends.
 wine_output() { wine_run "$@" | tr -d '\r'; }
@@ -101,46 +92,15 @@ finish() {
     grep -E "Service version|in OnStart|PRINTER_PORTs|Reaped|getDriverInfoDetail|Setup|through GPO setting|bind cmd socket|listen returned|stale printers removed|New TCP connection|Communicating Pid|Sender process|Failed to get name|Could not|Rejected|Unauthorized|Got new connection|Got request id|Sending json|in OnStop|worker thread stopped|cleanup thread exiting|Done OnStop|Destructor" \
       "$log_file" | compact_log
   fi
-  if [ -n "$work_dir" ]; then
-    if [ "$status" -ne 0 ] && [ -s "$work_dir/wine-stderr.txt" ]; then
-      step "Last messages of Wine on stderr"
-      tail -n 20 "$work_dir/wine-stderr.txt"
-    fi
-    # Only our own prefix's server, never one the caller's environment names.
-    if [ "${WINEPREFIX:-}" = "$work_dir/prefix" ]; then
-      timeout 60 wineserver -k 2>/dev/null || true
-      timeout 60 wineserver -w 2>/dev/null || true
-    fi
-    rm -rf "$work_dir"
-  fi
-  if [ "$status" -eq 0 ]; then
-    printf '\nwine_smoke: passed in %d s\n' "$SECONDS"
-  else
-    printf '\nwine_smoke: FAILED: %s (after %d s)\n' "${failure:-unexpected error, status $status}" "$SECONDS" >&2
-  fi
+  end_prefix "$status"
+  report_end wine_smoke "$status"
 }
 trap finish EXIT
 
 check_prerequisites() {
-  local tool
-  for tool in wine wineboot wineserver ss timeout realpath; do
-    command -v "$tool" >/dev/null || fail "$tool is missing: run scripts/setup-wine.sh"
-  done
+  require_tools ss
   [ -f "$service_exe" ] || fail "no $service_exe: build the mingw preset first"
   [ -f "$client_exe" ] || fail "no $client_exe: build the mingw preset first"
-}
-
-# A fresh 64-bit prefix, made without a display and without the .NET and
-# HTML engine installers. Its server is then kept running (see above).
-make_prefix() {
-  work_dir="$(mktemp -d)"
-  export WINEPREFIX="$work_dir/prefix" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-  unset DISPLAY WAYLAND_DISPLAY
-  step "Making a Wine prefix"
-  timeout 300 wineboot --init 2>>"$work_dir/wine-stderr.txt" || fail "wineboot --init"
-  timeout 300 wineserver -w || fail "wineserver -w after wineboot"
-  wineserver -p || fail "starting a persistent wineserver"
-  wine --version
 }
 
 # The installation: both executables under Program Files, the client as the

@@ -1,6 +1,6 @@
 #include "ControlPrint.h"
 
-#include "Sockets.h"
+#include "common/Sockets.h"
 
 #include <json/json.h>
 #include <sys/socket.h>
@@ -13,6 +13,8 @@
 #include <sstream>
 
 namespace vexor_plugin {
+
+using namespace vexor_tools;
 namespace {
 
 enum ExitStatus { kPrinted = 0, kRefused = 1, kUnreachable = 3 };

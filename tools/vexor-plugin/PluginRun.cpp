@@ -1,7 +1,7 @@
 #include "PluginRun.h"
 
 #include "PluginReport.h"
-#include "Sockets.h"
+#include "common/Sockets.h"
 
 #include <sys/socket.h>
 
@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 namespace vexor_plugin {
+
+using namespace vexor_tools;
 namespace {
 
 enum ExitStatus { kDone = 0, kRefused = 1, kUnreachable = 3 };

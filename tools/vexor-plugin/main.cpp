@@ -7,12 +7,13 @@
 #include "ControlPrint.h"
 #include "PluginOptions.h"
 #include "PluginRun.h"
-#include "Sockets.h"
+#include "common/Sockets.h"
 
 #include <iostream>
 
 int main(int argc, char** argv) {
     using namespace vexor_plugin;
+    using vexor_tools::SocketError;
     constexpr int kUsage = 2;
     try {
         Options options = parseOptions(argc, argv);

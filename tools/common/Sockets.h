@@ -1,13 +1,13 @@
-// The plugin stand-in's sockets: plain Linux TCP over loopback, since the
-// stand-in is a program outside the simulated host, as a plugin is outside
-// the service on Windows.
+// Plain Linux TCP sockets over loopback for the programs that stand outside
+// the simulated host, as a plugin stands outside the service: the plugin
+// stand-in and the soak.
 #pragma once
 
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 
-namespace vexor_plugin {
+namespace vexor_tools {
 
 class SocketError : public std::runtime_error {
 public:
@@ -57,4 +57,4 @@ Readiness waitReadable(int first, int second, int third, int timeoutMilliseconds
 // Reads from a connection until it ends. Throws SocketError on a reset.
 std::string readUntilEnd(int descriptor);
 
-}  // namespace vexor_plugin
+}  // namespace vexor_tools

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
-namespace vexor_plugin {
+namespace vexor_tools {
 namespace {
 
 sockaddr_in ipv4(const std::string& address, uint16_t port) {
@@ -110,4 +110,4 @@ std::string readUntilEnd(int descriptor) {
     }
 }
 
-}  // namespace vexor_plugin
+}  // namespace vexor_tools
