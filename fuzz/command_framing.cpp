@@ -10,13 +10,13 @@
 // socket, bind and connect fail, so that no handler can open a socket of this
 // machine either (the reaper then takes every address for held).
 #include "channel/ClientTypes.h"
+#include "common/LocalSocketPair.h"
 #include "service/VexorPrintingService.h"
 #include "simhost/core/host.h"
 #include "simhost/kernel32/processes.h"
 #include "simhost/winspool/spooler_state.h"
-#include "simhost/ws2_32/socket_table.h"
 #include "simhost/ws2_32/native.h"
-#include "common/LocalSocketPair.h"
+#include "simhost/ws2_32/socket_table.h"
 #include "support/ServiceTestAccess.h"
 
 #include <cstddef>

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr std::ptrdiff_t kMaxSpelledBlanks = 12;
+constexpr std::ptrdiff_t kMaxSpelledBlanks = 10;
 
 bool parseRequest(const uint8_t* data, size_t size, Json::Value& request) {
     try {

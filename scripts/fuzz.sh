@@ -13,6 +13,9 @@ target="${1:?usage: scripts/fuzz.sh TARGET [SECONDS]}"
 seconds="${2:-60}"
 [[ -f "fuzz/$target.cpp" ]] || { echo "no fuzz target $target" >&2; exit 2; }
 
+# Only fuzzing needs clang (with its libFuzzer); the suite's replays build
+# with the default compiler, so scripts/setup.sh does not install it.
+bash scripts/install-missing-packages.sh clang
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${target}_fuzzer"
 
@@ -37,5 +40,5 @@ merged="$work/merged"
 rm -rf "$merged" && mkdir -p "$merged"
 nice -n 19 "$program" -merge=1 -timeout=10 -rss_limit_mb=2048 "$merged" "$kept" "$work/new" >"$work/merge.log" 2>&1
 rm -rf "$kept" && cp -r "$merged" "$kept"
-echo "fuzz/corpus/$target: $(ls "$kept" | wc -l) inputs, $(du -sk "$kept" | cut -f1) KB"
+echo "fuzz/corpus/$target: $(ls "$kept" | wc -l) inputs, $(du -sb "$kept" | cut -f1) bytes"
 ls "$work/artifacts"
