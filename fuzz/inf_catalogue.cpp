@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -51,10 +52,13 @@ void stageInf(const uint8_t* data, size_t size) {
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 }
 
+// Each distinct id once: records that share an install section lend each
+// other their ids, and a look-up walks every record of its key.
 void lookUpEveryId(const DriverInfoMap& infoMap, const DriverHwIdMap& hwIdMap) {
-    for (const auto& entry : infoMap)
-        for (const std::wstring& id : entry.second->hardwareIds)
-            for (unsigned flags : kLookUpFlags) PrinterUtil::hardwareId2Driver(id, hwIdMap, flags);
+    std::set<std::wstring> ids;
+    for (const auto& entry : infoMap) ids.insert(entry.second->hardwareIds.begin(), entry.second->hardwareIds.end());
+    for (const std::wstring& id : ids)
+        for (unsigned flags : kLookUpFlags) PrinterUtil::hardwareId2Driver(id, hwIdMap, flags);
 }
 
 }  // namespace
