@@ -20,6 +20,13 @@ struct ServiceTestAccess {
         ReleaseMutex(service.hMsgQueueMutex);
     }
     static void stampSender(VexorPrintingService& service, ClientMsg* msg) { service.stampSender(msg); }
+    // How many requests wait in the queue; 0 when the mutex could not be had.
+    static size_t queuedCount(VexorPrintingService& service) {
+        if (WaitForSingleObject(service.hMsgQueueMutex, 5000) != WAIT_OBJECT_0) return 0;
+        const size_t count = service.msgQueue.size();
+        ReleaseMutex(service.hMsgQueueMutex);
+        return count;
+    }
     // Takes the next waiting request off the queue, under the queue's mutex,
     // so that the worker never sees it; the caller owns it. Null when none
     // waits or the mutex could not be had.
