@@ -1,6 +1,7 @@
 #include "Soak.h"
 
 #include "PluginConnection.h"
+#include "common/JsonText.h"
 
 #include <json/json.h>
 
@@ -12,7 +13,6 @@
 #include <mutex>
 #include <random>
 #include <set>
-#include <sstream>
 #include <thread>
 
 namespace soak {
@@ -24,20 +24,13 @@ constexpr size_t kMaxDocumentBytes = 8192;
 constexpr size_t kPrintersPerPlugin = 2;
 constexpr int kCheckpoints = 10;
 
+// The reply's value, null when it is no JSON.
 Json::Value parse(const std::string& text) {
     Json::Value value;
-    std::istringstream in(text);
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    if (!Json::parseFromStream(builder, in, &value, &errors)) return Json::Value();
-    return value;
+    return vexor_tools::parseJson(text, value) ? value : Json::Value();
 }
 
-std::string compact(const Json::Value& value) {
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
-    return Json::writeString(writer, value);
-}
+using vexor_tools::compactJson;
 
 // What all plugins share: the count of operations, the ports handed out,
 // what the departed left for the reaper, and what went wrong.
@@ -110,11 +103,11 @@ public:
     Json::Value ask(Json::Value request) {
         const int id = nextId_++;
         request["_msgUniqueId"] = id;
-        const std::string text = connection_.exchange(compact(request), kReplyTimeoutMs);
+        const std::string text = connection_.exchange(compactJson(request), kReplyTimeoutMs);
         shared_.count([](SoakReport& report) { ++report.requests; });
         Json::Value reply = parse(text);
         if (text.empty() || reply["_msgUniqueId"] != id)
-            shared_.fail(name() + ": no reply to " + compact(request) + " (got \"" + text + "\")");
+            shared_.fail(name() + ": no reply to " + compactJson(request) + " (got \"" + text + "\")");
         if (connection_.unaskedBytesWaiting())
             shared_.fail(name() + ": more than one reply to request " + std::to_string(id));
         return reply;
@@ -147,7 +140,7 @@ public:
         request["printerName"] = printers_[which];
         Json::Value reply = ask(request);
         if (reply["status"] != "success")
-            return shared_.fail(name() + ": " + printers_[which] + " not removed: " + compact(reply));
+            return shared_.fail(name() + ": " + printers_[which] + " not removed: " + compactJson(reply));
         printers_.erase(printers_.begin() + static_cast<long>(which));
         shared_.count([](SoakReport& report) { ++report.deletions; });
     }
@@ -189,7 +182,7 @@ private:
         request["driverName"] = kDriverName;
         request["clientPCName"] = "SOAK-" + std::to_string(index_);
         Json::Value reply = ask(request);
-        if (reply["status"] != "success") return shared_.fail(name() + ": " + printer + " not made: " + compact(reply));
+        if (reply["status"] != "success") return shared_.fail(name() + ": " + printer + " not made: " + compactJson(reply));
         printers_.push_back(printer);
         portMade_ = true;
         shared_.count([](SoakReport& report) { ++report.creations; });

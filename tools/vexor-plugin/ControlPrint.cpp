@@ -1,5 +1,6 @@
 #include "ControlPrint.h"
 
+#include "common/JsonText.h"
 #include "common/Sockets.h"
 
 #include <json/json.h>
@@ -10,7 +11,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 
 namespace vexor_plugin {
 
@@ -60,22 +60,17 @@ int printThroughHost(const PrintOptions& options) {
     request["printer"] = options.printer;
     request["document"] = options.document;
     request["size"] = static_cast<Json::UInt64>(document.size());
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
     std::string replyText;
     try {
         Descriptor host = connectToHost(options.controlSocket);
-        sendAll(host.get(), Json::writeString(writer, request) + "\n" + document);
+        sendAll(host.get(), compactJson(request) + "\n" + document);
         replyText = readReplyLine(host.get());
     } catch (const SocketError& e) {
         std::cerr << "vexor-plugin: " << e.what() << std::endl;
         return kUnreachable;
     }
     Json::Value reply;
-    std::istringstream in(replyText);
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    if (replyText.empty() || !Json::parseFromStream(builder, in, &reply, &errors)) {
+    if (replyText.empty() || !parseJson(replyText, reply)) {
         std::cerr << "vexor-plugin: no answer from the simulated host" << std::endl;
         return kUnreachable;
     }

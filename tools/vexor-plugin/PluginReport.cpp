@@ -1,22 +1,15 @@
 #include "PluginReport.h"
 
+#include "common/JsonText.h"
 #include "common/SelectionSteps.h"
 
 #include <iomanip>
 #include <iostream>
-#include <sstream>
 
 namespace vexor_plugin {
 namespace {
 
 constexpr int kLabelWidth = 13;
-
-std::string compact(const Json::Value& value) {
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
-    writer["emitUTF8"] = true;
-    return Json::writeString(writer, value);
-}
 
 }  // namespace
 
@@ -35,7 +28,7 @@ void PluginReport::field(const std::string& label, const std::string& value) {
     std::cout << std::left << std::setw(kLabelWidth) << label << value << std::endl;
 }
 
-void PluginReport::event(const Json::Value& value) { std::cout << compact(value) << std::endl; }
+void PluginReport::event(const Json::Value& value) { std::cout << vexor_tools::compactJson(value) << std::endl; }
 
 void PluginReport::listening(const std::string& address, uint16_t port) {
     if (json_) return;
@@ -56,13 +49,10 @@ void PluginReport::asking(const Json::Value& request) {
 
 bool PluginReport::reply(const std::string& text) {
     Json::Value reply;
-    std::istringstream in(text);
-    Json::CharReaderBuilder builder;
-    std::string errors;
-    const bool parsed = Json::parseFromStream(builder, in, &reply, &errors) && reply.isObject();
+    const bool parsed = vexor_tools::parseJson(text, reply) && reply.isObject();
     const bool created = parsed && reply["status"] == "success";
     if (json_) {
-        std::cout << (parsed ? compact(reply) : text) << std::endl;
+        std::cout << (parsed ? vexor_tools::compactJson(reply) : text) << std::endl;
         return created;
     }
     if (!parsed) {

@@ -1,6 +1,7 @@
 #include "PluginRun.h"
 
 #include "PluginReport.h"
+#include "common/JsonText.h"
 #include "common/Sockets.h"
 
 #include <sys/socket.h>
@@ -54,11 +55,7 @@ Json::Value readDescription(const std::string& path) {
 // Sends the request with its NUL and reads the reply up to its NUL. An
 // empty reply: none came in time or the service closed the connection.
 std::string exchange(int service, const Json::Value& request, long timeoutMs) {
-    Json::StreamWriterBuilder writer;
-    writer["indentation"] = "";
-    std::string message = Json::writeString(writer, request);
-    message.push_back('\0');
-    sendAll(service, message);
+    sendAll(service, compactJson(request) + '\0');
     std::string reply;
     char buffer[8192];
     while (reply.find('\0') == std::string::npos) {
