@@ -27,12 +27,20 @@ mkdir -p "$kept" "$work/new" "$work/artifacts"
 
 # One job (a child process that restarts after a finding is written down),
 # a 10-second limit per input, the engine's final counters in its log.
-(cd "$work" && nice -n 19 "$program" -jobs=1 -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -print_final_stats=1 -artifact_prefix="$work/artifacts/" "$work/new" "$kept") || true
+# SECONDS is wall-clock time; the processor time the run really had (user
+# plus system, of the engine and its job) is measured and logged beside it.
+exec 3>&2
+cpu_times="$work/cpu-times"
+{
+    TIMEFORMAT='%U %S'
+    time (cd "$work" && nice -n 19 "$program" -jobs=1 -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+        -print_final_stats=1 -artifact_prefix="$work/artifacts/" "$work/new" "$kept" 2>&3) || true
+} 2>"$cpu_times"
+cpu_seconds=$(awk '{ printf "%d", $1 + $2 }' "$cpu_times")
 
 log="$work/fuzz-0.log"
 executions=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' | tail -1 || true)
-echo "$(date -u +%FT%TZ) $target ${seconds}s executions=${executions:-unknown}" | tee -a "$runs/executions.log"
+echo "$(date -u +%FT%TZ) $target ${seconds}s cpu=${cpu_seconds}s executions=${executions:-unknown}" | tee -a "$runs/executions.log"
 grep -E '^==[0-9]+==ERROR|^SUMMARY|ALARM|DEATH|Test unit written' "$log" || true
 
 # A minimal corpus with the coverage of the kept and the new inputs.
