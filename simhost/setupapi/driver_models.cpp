@@ -66,8 +66,8 @@ std::optional<std::wstring> modelsSectionFor(const InfLine& line) {
     return base + L"." + bestText;
 }
 
-// A FILETIME of midnight UTC of a civil date (days from the civil
-// calendar, counted from 1 January 1601).
+// A FILETIME of midnight UTC of a civil date of 1601 or later (days from
+// the civil calendar, counted from 1 January 1601).
 FILETIME dateToFileTime(long year, unsigned month, unsigned day) {
     year -= month <= 2;
     long era = (year >= 0 ? year : year - 399) / 400;
@@ -79,20 +79,61 @@ FILETIME dateToFileTime(long year, unsigned month, unsigned day) {
     return FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
 }
 
+// A run of `minDigits` to `maxDigits` decimal digits at `text[at]`, whose end
+// `at` is moved to; nothing when the run is shorter or longer.
+std::optional<unsigned long> readDigits(const std::wstring& text, size_t& at, size_t minDigits, size_t maxDigits) {
+    size_t end = at;
+    while (end < text.size() && text[end] >= L'0' && text[end] <= L'9') ++end;
+    if (end - at < minDigits || end - at > maxDigits) return std::nullopt;
+    unsigned long value = std::wcstoul(text.substr(at, end - at).c_str(), nullptr, 10);
+    at = end;
+    return value;
+}
+
+bool isLeapYear(unsigned long year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
+
+unsigned daysInMonth(unsigned long year, unsigned long month) {
+    static const unsigned kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && isLeapYear(year) ? 29 : kDays[month - 1];
+}
+
+// mm/dd/yyyy (or with hyphens), a day of the calendar from 1601 on; any
+// other text is no date, which Setup treats as 00/00/0000 (a zero FILETIME).
+FILETIME readDriverDate(const std::wstring& text) {
+    size_t at = 0;
+    std::optional<unsigned long> month = readDigits(text, at, 1, 2);
+    if (!month || at >= text.size() || (text[at] != L'/' && text[at] != L'-')) return FILETIME{};
+    const wchar_t separator = text[at++];
+    std::optional<unsigned long> day = readDigits(text, at, 1, 2);
+    if (!day || at >= text.size() || text[at++] != separator) return FILETIME{};
+    std::optional<unsigned long> year = readDigits(text, at, 4, 4);
+    if (!year || at != text.size() || *year < 1601 || *month < 1 || *month > 12) return FILETIME{};
+    if (*day < 1 || *day > daysInMonth(*year, *month)) return FILETIME{};
+    return dateToFileTime(static_cast<long>(*year), static_cast<unsigned>(*month), static_cast<unsigned>(*day));
+}
+
+// w[.x[.y[.z]]], each word 0 to 65535, missing words 0; any other text is no
+// version (0).
+DWORDLONG readDriverVersion(const std::wstring& text) {
+    DWORDLONG version = 0;
+    size_t at = 0;
+    for (int word = 0; word < 4; ++word) {
+        std::optional<unsigned long> value = at < text.size() ? readDigits(text, at, 1, 5) : 0UL;
+        if (!value || *value > 0xFFFF) return 0;
+        version = (version << 16) | *value;
+        if (at < text.size() && (text[at] != L'.' || ++at == text.size())) return 0;
+    }
+    return at == text.size() ? version : 0;
+}
+
 // DriverVer = mm/dd/yyyy[,w.x.y.z]: the date and the version's four words.
 void readDriverVer(const InfFile& file, DriverInfo& driver) {
     long index = file.findSection(L"Version");
     if (index < 0) return;
     for (const InfLine& line : file.sections[size_t(index)].lines) {
         if (!line.hasKey || !sameIgnoringCase(line.key, L"DriverVer") || line.fields.empty()) continue;
-        unsigned month = 0, day = 0;
-        long year = 0;
-        if (std::swscanf(line.fields[0].c_str(), L"%u/%u/%ld", &month, &day, &year) == 3)
-            driver.driverDate = dateToFileTime(year, month, day);
-        unsigned words[4] = {0, 0, 0, 0};
-        if (line.fields.size() > 1)
-            std::swscanf(line.fields[1].c_str(), L"%u.%u.%u.%u", &words[0], &words[1], &words[2], &words[3]);
-        for (unsigned word : words) driver.driverVersion = (driver.driverVersion << 16) | (word & 0xFFFF);
+        driver.driverDate = readDriverDate(line.fields[0]);
+        if (line.fields.size() > 1) driver.driverVersion = readDriverVersion(line.fields[1]);
         return;
     }
 }

@@ -7,7 +7,9 @@
 
 #include "simhost/setupapi/device_tree.h"
 
+#include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 using namespace inf_test;
@@ -224,6 +226,61 @@ TEST_F(DriverLists, RecordsCarryTypeDateAndVersion) {
     EXPECT_EQ(data.DriverVersion, (10ULL << 48) | (0ULL << 32) | (19041ULL << 16) | 1ULL);
     SP_DRVINFO_DATA_V2_W noDate = driverAt(2);
     EXPECT_EQ(noDate.DriverVersion, 0u);
+}
+
+// ---- DriverVer ----
+
+struct DriverVerCase {
+    std::string line;
+    ULONGLONG date;
+    DWORDLONG version;
+};
+
+constexpr ULONGLONG kJune21Of2006 = 127953216000000000ULL;
+constexpr DWORDLONG kVersion10_0_19041_1 = (10ULL << 48) | (19041ULL << 16) | 1ULL;
+
+// A date that is not mm/dd/yyyy of a real day from 1601 on counts as none
+// (00/00/0000, a zero FILETIME); a version that is not up to four words of 0
+// to 65535 counts as none (0). Neither spoils the other.
+TEST_F(DriverLists, ADriverVerThatIsNotADateOrVersionCountsAsNone) {
+    const std::vector<DriverVerCase> cases{
+        {"06/21/2006,10.0.19041.1", kJune21Of2006, kVersion10_0_19041_1},
+        {"06-21-2006,10.0.19041.1", kJune21Of2006, kVersion10_0_19041_1},
+        {"6/21/2006,10.0.19041.1", kJune21Of2006, kVersion10_0_19041_1},
+        {"02/29/2004,1.2", 127224864000000000ULL, (1ULL << 48) | (2ULL << 32)},
+        {"01/02/1601,0.0.0.1", 864000000000ULL, 1},
+        {"06/21/27777777777777777777777777,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21/20066,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21/206,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21/1600,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"13/01/2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"00/10/2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"04/31/2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"02/29/2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21-2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21/2006x,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"June 21 2006,10.0.19041.1", 0, kVersion10_0_19041_1},
+        {"06/21/2006,10.0.65536.1", kJune21Of2006, 0},
+        {"06/21/2006,10.0.4294967297.1", kJune21Of2006, 0},
+        {"06/21/2006,10.0.19041.1.5", kJune21Of2006, 0},
+        {"06/21/2006,10.0.", kJune21Of2006, 0},
+        {"06/21/2006,10.0.x.1", kJune21Of2006, 0},
+    };
+    // Each case its own file, the one before removed: the host keeps parsed
+    // files by time of change and size, which two cases may share.
+    for (size_t i = 0; i < cases.size(); ++i) {
+        const DriverVerCase& c = cases[i];
+        const std::string name = "case" + std::to_string(i) + ".inf";
+        if (i > 0) std::remove(drive->native("Windows\\INF\\case" + std::to_string(i - 1) + ".inf").c_str());
+        writeInf(name, "[Version]\r\nSignature=\"$Windows NT$\"\r\nClass=Printer\r\nDriverVer=" + c.line +
+                                 "\r\n[Manufacturer]\r\nAcme = Acme\r\n[Acme]\r\nLaser = L, AcmeLaser\r\n");
+        SCOPED_TRACE(c.line);
+        SetupDiDestroyDriverInfoList(set, &element, SPDIT_CLASSDRIVER);
+        build();
+        SP_DRVINFO_DATA_V2_W data = driverAt(0);
+        EXPECT_EQ((ULONGLONG(data.DriverDate.dwHighDateTime) << 32) | data.DriverDate.dwLowDateTime, c.date);
+        EXPECT_EQ(data.DriverVersion, c.version);
+    }
 }
 
 TEST_F(DriverLists, FirstVersionRecordsAreFilledUpToTheDate) {
